@@ -1,0 +1,137 @@
+// Reading, writing and the file position.
+//
+// The position lives in the table, so positioning is arithmetic and each transfer is one positional
+// system call; only the size of the file has to be asked for. A transfer that the system cuts short
+// is continued, so that a short read means the end of the file and a short write never shows but as
+// a failure.
+//
+// Two limits are kept before the system is asked: max_file_bytes, and the limit that the system
+// sets to the size of files (RLIMIT_FSIZE). A write beyond the latter would raise SIGXFSZ, which
+// kills a program that isn't prepared, and a library must not do that to its caller. The limit is
+// read at every open and again before a write is refused for it, so a limit that is raised is
+// noticed; one that the program lowers while files are open is noticed at its next open only.
+#include "platform/posix.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace tarsil::platform {
+
+namespace {
+
+int64_t size_limit = 0;
+
+bool end_is_allowed(const open_file& entry, uint32_t bytes)
+{
+    return int64_t{entry.position} + bytes <= max_file_bytes || refuse(EFBIG);
+}
+
+// Counts a step of a transfer; `step` is what pread or pwrite answered, and it is above 0.
+void advance(open_file& entry, uint32_t& moved, ssize_t step)
+{
+    entry.position += static_cast<int32_t>(step);
+    moved += static_cast<uint32_t>(step);
+}
+
+// The place that a distance is counted from; below 0 for a failure.
+int64_t place_of(const open_file& entry, origin from)
+{
+    if (from == origin::begin) return 0;
+    return from == origin::current ? entry.position : file_size(entry);
+}
+
+} // namespace
+
+void read_size_limit()
+{
+    struct rlimit limit = {};
+    size_limit = max_file_bytes;
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
+    if (limit.rlim_cur < static_cast<rlim_t>(max_file_bytes)) {
+        size_limit = static_cast<int64_t>(limit.rlim_cur);
+    }
+}
+
+bool within_size_limit(int64_t end)
+{
+    if (end <= size_limit) return true;
+    read_size_limit();
+    return end <= size_limit || refuse(EFBIG);
+}
+
+int64_t file_size(const open_file& entry)
+{
+    struct stat facts = {};
+    if (fstat(entry.descriptor, &facts) != 0) {
+        refuse(errno);
+        return -1;
+    }
+    if (facts.st_size <= max_file_bytes) return facts.st_size;
+    refuse(EOVERFLOW);
+    return -1;
+}
+
+bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
+{
+    moved = 0;
+    open_file* const entry = find_open(file);
+    if (entry == nullptr) return refuse(EBADF);
+    if (!end_is_allowed(*entry, bytes)) return false;
+
+    uint8_t* const target = static_cast<uint8_t*>(buffer);
+    while (moved < bytes) {
+        const ssize_t step = pread(entry->descriptor, target + moved, bytes - moved,
+                                   entry->position);
+        if (step == 0) return true;
+        if (step > 0)
+            advance(*entry, moved, step);
+        else if (errno != EINTR)
+            return refuse(errno);
+    }
+    return true;
+}
+
+bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved)
+{
+    moved = 0;
+    open_file* const entry = find_open(file);
+    if (entry == nullptr) return refuse(EBADF);
+    if (!end_is_allowed(*entry, bytes)) return false;
+    if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
+
+    const uint8_t* const source = static_cast<const uint8_t*>(buffer);
+    while (moved < bytes) {
+        const ssize_t step = pwrite(entry->descriptor, source + moved, bytes - moved,
+                                    entry->position);
+        if (step == 0) return refuse(EIO);
+        if (step > 0)
+            advance(*entry, moved, step);
+        else if (errno != EINTR)
+            return refuse(errno);
+    }
+    return true;
+}
+
+uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
+{
+    open_file* const entry = find_open(file);
+    if (entry == nullptr) {
+        refuse(EBADF);
+        return invalid_position;
+    }
+    const int64_t place = place_of(*entry, from);
+    if (place < 0) return invalid_position;
+
+    const int64_t position = place + distance;
+    if (position < 0 || position > max_file_bytes) {
+        refuse(EINVAL);
+        return invalid_position;
+    }
+    entry->position = static_cast<int32_t>(position);
+    return static_cast<uint32_t>(position);
+}
+
+} // namespace tarsil::platform
