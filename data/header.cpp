@@ -1,0 +1,58 @@
+// Reading and writing the header of a data file; see data/header.h.
+#include "data/header.h"
+
+#include "core/tables.h"
+#include "data/data_format.h"
+#include "files/files.h"
+#include "multiuser/held_range.h"
+
+namespace tarsil {
+
+int32_t refresh_data_header(int32_t data_handle)
+{
+    data_slot& slot = data_slots[data_handle];
+
+    held_range bracket;
+    int32_t code = lock_if_needed(bracket, header_bracket(data_handle));
+    if (code < 0) return code;
+
+    if (!move_to(slot.file, data_header_offset)) return TS_HEADER_READ_POSITION;
+    const int32_t bytes = read_file(slot.file, &slot.header, data_header_bytes);
+
+    code = release_if_placed(bracket);
+    if (code < 0) return code;
+    if (bytes != data_header_bytes) return TS_HEADER_READ_SHORT;
+    return TS_OK;
+}
+
+int32_t refresh_if_shared(int32_t data_handle) { return is_shared() ? refresh_data_header(data_handle) : int32_t{TS_OK}; }
+
+int32_t write_data_header(int32_t data_handle)
+{
+    data_slot& slot = data_slots[data_handle];
+    if (!move_to(slot.file, data_header_offset)) return TS_HEADER_WRITE_POSITION;
+
+    held_range bracket;
+    int32_t code = lock_if_needed(bracket, header_bracket(data_handle));
+    if (code < 0) return code;
+
+    const int32_t bytes = write_file(slot.file, &slot.header, data_header_bytes);
+    if (is_write_through()) {
+        code = flush_file(slot.file, data_handle, data_file_number);
+        if (code != TS_OK) return code;
+    }
+
+    code = release_if_placed(bracket);
+    if (code < 0) return code;
+    if (bytes != data_header_bytes) return TS_HEADER_WRITE_SHORT;
+    return TS_OK;
+}
+
+int32_t store_header_change(int32_t data_handle)
+{
+    if (is_shared() || is_write_through()) return write_data_header(data_handle);
+    data_slots[data_handle].status = slot_dirty;
+    return TS_OK;
+}
+
+} // namespace tarsil
