@@ -1,7 +1,7 @@
 // Start and stop of the library.
 //
-// Loading the library runs nothing; all begins with tsinit32. Neither function looks at what is open: a caller closes its files first, and
-// tsinit32 called in between simply forgets them.
+// Loading the library runs nothing; all begins with tsinit32. Neither function looks at what is
+// open: a caller closes its files first, and tsinit32 called in between simply forgets them.
 #include "core/tables.h"
 #include "index/index_format.h"
 

@@ -1,8 +1,9 @@
 // Arithmetic on numbers that come from files and callers.
 //
-// Offsets are 32-bit signed in both formats, and any number can stand in a damaged file. All sums are therefore formed in 64 bits and
-// come back through to_offset, which turns whatever is no place in a file into no_offset; positioning refuses that one
-// (files/files.h), so that a wrong number ends as the code of its site and never as undefined behaviour.
+// Offsets are 32-bit signed in both formats, and any number can stand in a damaged file. All sums
+// are therefore formed in 64 bits and come back through to_offset, which turns whatever is no place
+// in a file into no_offset; positioning refuses that one (files/files.h), so that a wrong number
+// ends as the code of its site and never as undefined behaviour.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +17,8 @@ inline constexpr int32_t no_offset = -1;
 
 inline constexpr int32_t to_offset(int64_t value)
 {
-    return value >= 0 && value <= platform::max_file_bytes ? static_cast<int32_t>(value) : no_offset;
+    return value >= 0 && value <= platform::max_file_bytes ? static_cast<int32_t>(value)
+                                                           : no_offset;
 }
 
 // True if `bytes` bytes from `offset` end within the largest file there can be.

@@ -1,5 +1,5 @@
-// The option setters. An option takes effect at its next use, also while files are open. The letter rules differ on purpose:
-// tsautoup32 refuses a letter it doesn't know, tsdelow32 takes it as no.
+// The option setters. An option takes effect at its next use, also while files are open. The letter
+// rules differ on purpose: tsautoup32 refuses a letter it doesn't know, tsdelow32 takes it as no.
 #include "core/tables.h"
 
 using namespace tarsil;

@@ -24,7 +24,8 @@ int32_t check_current(int32_t data_handle)
 
 int32_t check_not_variable(int32_t data_handle)
 {
-    if (data_slots[data_handle].header.record_length == variable_length) return TS_NEEDS_FIXED_LENGTH;
+    if (data_slots[data_handle].header.record_length == variable_length)
+        return TS_NEEDS_FIXED_LENGTH;
     return TS_OK;
 }
 
@@ -35,8 +36,9 @@ int32_t check_key(int32_t data_handle, int32_t index_handle, int32_t key_number,
     if (index_handle < 0 || index_handle >= TS_MAX_INDEX_FILES) return TS_BAD_INDEX_HANDLE;
     const index_slot* index = data_slots[data_handle].indexes[index_handle];
     if (index == nullptr) return TS_INDEX_NOT_OPEN;
-    if (test == test_key::no) return TS_OK;
-    // A number below 0 must not reach the table of keys either; it is as wrong as one that is too large.
+    if (test == test_key::off) return TS_OK;
+    // A number below 0 must not reach the table of keys either; it is as wrong as one that is too
+    // large.
     if (key_number < 0 || index->key_count <= key_number) return TS_BAD_KEY_NUMBER;
     return TS_OK;
 }

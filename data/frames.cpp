@@ -14,7 +14,8 @@ int32_t record_offset(int32_t data_handle, int32_t record_number)
     const data_header& header = data_slots[data_handle].header;
     const int64_t stride = int64_t{header.record_length} + frame_bytes;
     // The product of two 32-bit numbers and two more of them stay within 64 bits.
-    return to_offset(stride * (int64_t{record_number} - 1) + header.field_bytes + field_table_offset);
+    return to_offset(stride * (int64_t{record_number} - 1) + header.field_bytes +
+                     field_table_offset);
 }
 
 int32_t record_number_at(int32_t data_handle, int32_t offset)
@@ -22,7 +23,8 @@ int32_t record_number_at(int32_t data_handle, int32_t offset)
     const data_header& header = data_slots[data_handle].header;
     const int64_t stride = int64_t{header.record_length} + frame_bytes;
     if (stride < 1) return 0;
-    return static_cast<int32_t>((int64_t{offset} - header.field_bytes - field_table_offset) / stride + 1);
+    return static_cast<int32_t>(
+        (int64_t{offset} - header.field_bytes - field_table_offset) / stride + 1);
 }
 
 int32_t next_frame(int32_t offset, int32_t length)
@@ -54,13 +56,15 @@ int32_t read_frame(int32_t data_handle, int32_t offset, int32_t& length, int32_t
 
 namespace {
 
-// Can a body of this length stand behind the frame, and will the caller have room for it? The header answers for nearly every
-// record; only what lies beyond its end, as when another process has just appended it, costs a look at the size of the file.
+// Can a body of this length stand behind the frame, and will the caller have room for it? The
+// header answers for nearly every record; only what lies beyond its end, as when another process
+// has just appended it, costs a look at the size of the file.
 bool is_body_length(int32_t data_handle, int32_t offset, int32_t length, body_bound bound)
 {
     const data_slot& slot = data_slots[data_handle];
     if (length < 1) return false;
-    const bool fixed = slot.header.record_length != variable_length && bound == body_bound::record_length;
+    const bool fixed = slot.header.record_length != variable_length &&
+                       bound == body_bound::record_length;
     if (fixed) return length <= slot.header.record_length;
 
     const int32_t end = next_frame(offset, length);
@@ -71,8 +75,8 @@ bool is_body_length(int32_t data_handle, int32_t offset, int32_t length, body_bo
 
 } // namespace
 
-int32_t read_bounded_body(int32_t data_handle, void* record, int32_t offset, int32_t& deleted, int32_t& length,
-                          body_bound bound)
+int32_t read_bounded_body(int32_t data_handle, void* record, int32_t offset, int32_t& deleted,
+                          int32_t& length, body_bound bound)
 {
     int32_t code = read_frame(data_handle, offset, length, deleted);
     if (code != TS_OK) return code;
@@ -93,15 +97,20 @@ int32_t read_bounded_body(int32_t data_handle, void* record, int32_t offset, int
 int32_t read_body(int32_t data_handle, void* record, int32_t offset, int32_t& deleted)
 {
     int32_t length = 0;
-    return read_bounded_body(data_handle, record, offset, deleted, length, body_bound::record_length);
+    return read_bounded_body(data_handle, record, offset, deleted, length,
+                             body_bound::record_length);
 }
 
 namespace {
 
-bool has_fixed_length(int32_t data_handle) { return data_slots[data_handle].header.record_length >= 1; }
+bool has_fixed_length(int32_t data_handle)
+{
+    return data_slots[data_handle].header.record_length >= 1;
+}
 
 // Walks the frames of a file of variable length up to the record asked for.
-int32_t walk_to_record(int32_t data_handle, int32_t record_number, int32_t& offset, int32_t& deleted, int32_t& length)
+int32_t walk_to_record(int32_t data_handle, int32_t record_number, int32_t& offset,
+                       int32_t& deleted, int32_t& length)
 {
     offset = record_offset(data_handle, 1);
     for (int32_t number = 1;; ++number) {
@@ -118,17 +127,20 @@ int32_t check_record_number(int32_t data_handle, int32_t record_number)
     if (code != TS_OK) return code;
     code = refresh_if_shared(data_handle);
     if (code != TS_OK) return code;
-    if (record_number < 1 || record_number > data_slots[data_handle].header.record_count) return TS_BAD_RECORD_NUMBER;
+    if (record_number < 1 || record_number > data_slots[data_handle].header.record_count)
+        return TS_BAD_RECORD_NUMBER;
     return TS_OK;
 }
 
 } // namespace
 
-int32_t locate_record(int32_t data_handle, int32_t record_number, int32_t& offset, int32_t& deleted, int32_t& length)
+int32_t locate_record(int32_t data_handle, int32_t record_number, int32_t& offset, int32_t& deleted,
+                      int32_t& length)
 {
     const int32_t code = check_record_number(data_handle, record_number);
     if (code != TS_OK) return code;
-    if (!has_fixed_length(data_handle)) return walk_to_record(data_handle, record_number, offset, deleted, length);
+    if (!has_fixed_length(data_handle))
+        return walk_to_record(data_handle, record_number, offset, deleted, length);
     offset = record_offset(data_handle, record_number);
     return read_frame(data_handle, offset, length, deleted);
 }

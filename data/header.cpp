@@ -25,7 +25,10 @@ int32_t refresh_data_header(int32_t data_handle)
     return TS_OK;
 }
 
-int32_t refresh_if_shared(int32_t data_handle) { return is_shared() ? refresh_data_header(data_handle) : int32_t{TS_OK}; }
+int32_t refresh_if_shared(int32_t data_handle)
+{
+    return is_shared() ? refresh_data_header(data_handle) : int32_t{TS_OK};
+}
 
 int32_t write_data_header(int32_t data_handle)
 {

@@ -13,7 +13,8 @@ using platform::share;
 
 namespace {
 
-file_handle ask_platform(const char* name, access wanted_access, share wanted_share, disposition how)
+file_handle ask_platform(const char* name, access wanted_access, share wanted_share,
+                         disposition how)
 {
     if (name == nullptr || name[0] == 0) return platform::no_file;
     return platform::CreateFileA(name, wanted_access, wanted_share, how);
@@ -40,9 +41,15 @@ file_handle create_file(const char* name, access wanted_access, share wanted_sha
     return ask_platform(name, wanted_access, wanted_share, disposition::create_new);
 }
 
-file_handle open_shared_file(const char* name) { return open_file(name, access::read_write, share_of_mode()); }
+file_handle open_shared_file(const char* name)
+{
+    return open_file(name, access::read_write, share_of_mode());
+}
 
-file_handle create_shared_file(const char* name) { return create_file(name, access::read_write, share_of_mode()); }
+file_handle create_shared_file(const char* name)
+{
+    return create_file(name, access::read_write, share_of_mode());
+}
 
 int32_t read_file(file_handle file, void* buffer, int32_t bytes)
 {

@@ -1,9 +1,10 @@
 // The result codes of TARSIL32, one line each: name, number, cause, remedy.
 //
-// The one place where codes are told: the enum of tarsil32.h, the texts of the C++ face, the manual and the
-// command-line tool are all made from this table. The numbers are part of the interface and never change; the numbers that
-// are missing mean nothing. Most numbers name a site more than a kind of failure: like conditions at different sites have different
-// numbers. X is called as X(name, number, cause, remedy).
+// The one place where codes are told: the enum of tarsil32.h, the texts of the C++ face, the manual
+// and the command-line tool are all made from this table. The numbers are part of the interface and
+// never change; the numbers that are missing mean nothing. Most numbers name a site more than a
+// kind of failure: like conditions at different sites have different numbers. X is called as
+// X(name, number, cause, remedy).
 #ifndef TARSIL32_CODES_H
 #define TARSIL32_CODES_H
 

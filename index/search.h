@@ -1,9 +1,10 @@
 // The way from the root of a tree to a leaf, and the path that remembers it.
 //
-// Leaves are not chained: the only way from one leaf to the next leads through the parents, so every descent leaves the offsets of the
-// nodes it came through in path_stack, nearest first, with no_offset behind the root. The path is good until the next search on any key;
-// a key's cursor keeps a copy. A descent that would outgrow the path is refused with TS_TREE_TOO_DEEP, which also ends every circle in a
-// damaged file.
+// Leaves are not chained: the only way from one leaf to the next leads through the parents, so
+// every descent leaves the offsets of the nodes it came through in path_stack, nearest first, with
+// no_offset behind the root. The path is good until the next search on any key; a key's cursor
+// keeps a copy. A descent that would outgrow the path is refused with TS_TREE_TOO_DEEP, which also
+// ends every circle in a damaged file.
 #pragma once
 
 #include <cstdint>
@@ -24,21 +25,25 @@ struct search_end {
 // Makes work_node a copy of the root and empties the path. Gives the root's offset.
 int32_t begin_tree_walk(const key_id& id);
 
-// Searches for a packed key in one of the modes of index/compare.h; leaves the leaf in work_node and the way in path_stack, and changes neither
-// position nor saved_path. 0 found. 1 not in the leaf: `position` is where it belongs, in mode 'p' the last entry of the leaf. -1, mode 'p' only: `position` is
-// the first entry behind the value (0 in an empty leaf). Below -1: a code of read_node, TS_TREE_TOO_DEEP.
-[[nodiscard]] int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end);
+// Searches for a packed key in one of the modes of index/compare.h; leaves the leaf in work_node
+// and the way in path_stack, and changes neither position nor saved_path. 0 found. 1 not in the
+// leaf: `position` is where it belongs, in mode 'p' the last entry of the leaf. -1, mode 'p' only:
+// `position` is the first entry behind the value (0 in an empty leaf). Below -1: a code of
+// read_node, TS_TREE_TOO_DEEP.
+[[nodiscard]] int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode,
+                                  search_end& end);
 
 // The same for the fields of a record, with its offset for mode 'd'.
-[[nodiscard]] int32_t tree_search_record(const key_id& id, const record_image& record, int32_t record_offset, char mode,
-                                         search_end& end);
+[[nodiscard]] int32_t tree_search_record(const key_id& id, const record_image& record,
+                                         int32_t record_offset, char mode, search_end& end);
 
-// Reads the child at an entry of work_node into work_node and gives its offset. TS_OK, child_missing for a link of -1, else read_node's code.
+// Reads the child at an entry of work_node into work_node and gives its offset. TS_OK,
+// child_missing for a link of -1, else read_node's code.
 inline constexpr int32_t child_missing = 1;
 [[nodiscard]] int32_t descend_child(const key_id& id, int32_t entry, int32_t& node_offset);
 
-// path_put at path_end pushes, moving the words of the path up; TS_TREE_TOO_DEEP when there is no room. At any other index it stores.
-// path_take at path_end pops; at any other index it reads.
+// path_put at path_end pushes, moving the words of the path up; TS_TREE_TOO_DEEP when there is no
+// room. At any other index it stores. path_take at path_end pops; at any other index it reads.
 [[nodiscard]] int32_t path_put(int32_t offset, int32_t index);
 int32_t path_take(int32_t index);
 
@@ -52,8 +57,8 @@ void restore_path(const key_slot& key);
 // Places the cursor on an entry of the leaf in work_node, if the key has a cursor.
 void place_cursor(key_slot& key, int32_t position);
 
-// The exact search by a caller's key value: check_key's code, refresh_root's in multi-user mode, TS_FIND_NO_ENTRY, tree_search's codes; TS_OK with
-// the record's offset and the cursor placed.
+// The exact search by a caller's key value: check_key's code, refresh_root's in multi-user mode,
+// TS_FIND_NO_ENTRY, tree_search's codes; TS_OK with the record's offset and the cursor placed.
 [[nodiscard]] int32_t find_key(const key_id& id, const void* key_value, int32_t& record_offset);
 
 // The opening test of all operations at a cursor: check_key's code, TS_CURSOR_NONE, TS_OK.

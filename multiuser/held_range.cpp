@@ -24,6 +24,13 @@ int32_t release_if_placed(held_range& held)
     return range_lock(held.range_, lock_action::release);
 }
 
+void release_insistently(held_range& held)
+{
+    if (!held.placed_) return;
+    held.placed_ = false;
+    if (range_lock(held.range_, lock_action::release) < 0) held.give_back_silently();
+}
+
 void held_range::give_back_silently()
 {
     placed_ = false;
@@ -37,7 +44,8 @@ file_range data_range(int32_t data_handle, int32_t offset, int32_t length)
 
 file_range index_range(int32_t data_handle, int32_t index_handle, int32_t offset, int32_t length)
 {
-    return {data_slots[data_handle].indexes[index_handle]->file, data_handle, index_handle, offset, length};
+    return {data_slots[data_handle].indexes[index_handle]->file, data_handle, index_handle, offset,
+            length};
 }
 
 file_range header_bracket(int32_t data_handle)
@@ -45,7 +53,10 @@ file_range header_bracket(int32_t data_handle)
     return data_range(data_handle, data_header_offset, data_header_bytes);
 }
 
-file_range whole_data_file(int32_t data_handle) { return data_range(data_handle, 0, whole_file_bytes); }
+file_range whole_data_file(int32_t data_handle)
+{
+    return data_range(data_handle, 0, whole_file_bytes);
+}
 
 file_range whole_index_file(int32_t data_handle, int32_t index_handle)
 {

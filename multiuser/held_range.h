@@ -1,4 +1,5 @@
-// A range that a step may have placed: lock-if-needed and release-if-placed, as every function uses them.
+// A range that a step may have placed: lock-if-needed and release-if-placed, as every function uses
+// them.
 //
 //     held_range bracket;
 //     int32_t code = lock_if_needed(bracket, header_bracket(data_handle));
@@ -6,10 +7,11 @@
 //     ... the guarded steps ...
 //     code = release_if_placed(bracket);
 //
-// In single-user mode lock_if_needed answers 0 and does nothing, so that no function tests the mode for its locks. A range that was
-// covered already stays with whoever placed it. release_if_placed is the visible step and gives back once. The destructor gives back what
-// an early return left behind and drops that code, so that the first failure wins. Where a file is closed on the way out, the release
-// stands before the close.
+// In single-user mode lock_if_needed answers 0 and does nothing, so that no function tests the mode
+// for its locks. A range that was covered already stays with whoever placed it. release_if_placed
+// is the visible step and gives back once. The destructor gives back what an early return left
+// behind and drops that code, so that the first failure wins. Where a file is closed on the way
+// out, the release stands before the close.
 #pragma once
 
 #include <cstdint>
@@ -37,6 +39,7 @@ public:
 
     friend int32_t lock_if_needed(held_range& held, const file_range& range);
     friend int32_t release_if_placed(held_range& held);
+    friend void release_insistently(held_range& held);
 
 private:
     void give_back_silently();
@@ -51,8 +54,12 @@ private:
 // 0, or range_lock's code. Either way the object holds nothing afterwards.
 [[nodiscard]] int32_t release_if_placed(held_range& held);
 
-// The brackets by name. The header bracket is exactly the 24 bytes of the data_header; a whole-file bracket also covers what is appended
-// under it.
+// The same where the work is done and a failed release is not reported: it is asked for once more
+// and then left alone.
+void release_insistently(held_range& held);
+
+// The brackets by name. The header bracket is exactly the 24 bytes of the data_header; a whole-file
+// bracket also covers what is appended under it.
 file_range header_bracket(int32_t data_handle);
 file_range whole_data_file(int32_t data_handle);
 file_range whole_index_file(int32_t data_handle, int32_t index_handle);

@@ -1,7 +1,9 @@
-// Reading an index that other processes may change: which copies are brought up to date, and the bracket of the cursor operations.
+// Reading an index that other processes may change: which copies are brought up to date, and the
+// bracket of the cursor operations.
 //
-// A cursor is a private copy of a leaf and a path, never refreshed. What protects it between calls is one number, record_count: the
-// bracket compares the file's with the mirror's and answers TS_CURSOR_FILE_CHANGED once per change.
+// A cursor is a private copy of a leaf and a path, never refreshed. What protects it between calls
+// is one number, record_count: the bracket compares the file's with the mirror's and answers
+// TS_CURSOR_FILE_CHANGED once per change.
 #pragma once
 
 #include <cstdint>
@@ -11,19 +13,21 @@
 
 namespace tarsil {
 
-// Brings the key records of the file and the root of one key up to date. TS_OK, or a code of refresh_key_records or read_node.
+// Brings the key records of the file and the root of one key up to date. TS_OK, or a code of
+// refresh_key_records or read_node.
 [[nodiscard]] int32_t refresh_root(const key_id& id);
 [[nodiscard]] int32_t refresh_root_if_shared(const key_id& id);
 
-// The header bracket of the data file and the whole-file bracket of the index, together. In single-user mode both operations do nothing.
-// Destroying it ends the bracket too, so that every way out does.
+// The header bracket of the data file and the whole-file bracket of the index, together. In
+// single-user mode both operations do nothing. Destroying it ends the bracket too, so that every
+// way out does.
 struct index_bracket {
     held_range header;
     held_range index;
 };
 
-// TS_OK with both ranges held by this bracket or covered; or TS_CURSOR_FILE_CHANGED, a lock code, a code of refresh_data_header or
-// refresh_root, with nothing left held by this bracket.
+// TS_OK with both ranges held by this bracket or covered; or TS_CURSOR_FILE_CHANGED, a lock code, a
+// code of refresh_data_header or refresh_root, with nothing left held by this bracket.
 [[nodiscard]] int32_t begin_index_read(index_bracket& bracket, const key_id& id);
 
 // Releases the header bracket, then the index's; what the releases answer is not looked at.

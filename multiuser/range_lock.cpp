@@ -1,7 +1,9 @@
-// Placing and releasing byte ranges; see multiuser/range_lock.h for the table and docs/LOCKING.md for who takes which range.
+// Placing and releasing byte ranges; see multiuser/range_lock.h for the table and docs/LOCKING.md
+// for who takes which range.
 //
-// The covered test is what lets operations nest: an inner step that asks for a part of a held range gets 0 and leaves it alone. A request
-// that is wider than a held range is not covered, reaches the platform, overlaps and is refused.
+// The covered test is what lets operations nest: an inner step that asks for a part of a held range
+// gets 0 and leaves it alone. A request that is wider than a held range is not covered, reaches the
+// platform, overlaps and is refused.
 #include "multiuser/range_lock.h"
 
 #include <algorithm>
@@ -22,7 +24,8 @@ lock_entry* row_of(int32_t data_handle, int32_t file_number)
 
 int32_t end_of(int32_t offset, int32_t length)
 {
-    // Ends are compared as the 32-bit numbers of the formats; a sum beyond them wraps, without overflow.
+    // Ends are compared as the 32-bit numbers of the formats; a sum beyond them wraps, without
+    // overflow.
     return static_cast<int32_t>(static_cast<uint32_t>(offset) + static_cast<uint32_t>(length));
 }
 
@@ -53,7 +56,8 @@ int32_t entry_for_releasing(const lock_entry* row, int32_t offset, int32_t lengt
     return TS_UNLOCK_NOT_HELD_FULL;
 }
 
-int32_t ask_platform(file_handle file, lock_action action, int32_t offset, int32_t length, int32_t saved_position)
+int32_t ask_platform(file_handle file, lock_action action, int32_t offset, int32_t length,
+                     int32_t saved_position)
 {
     for (int32_t attempt = 0; attempt < lock_tries; ++attempt) {
         if (offset != saved_position && !move_to(file, offset)) return TS_LOCK_POSITION;
@@ -105,8 +109,8 @@ int32_t release_all_locks(file_handle file, int32_t data_handle, int32_t file_nu
     const lock_entry* first = row_of(data_handle, file_number);
     for (int32_t released = 0; released < row_entries; ++released) {
         if (first->offset == no_offset) return released;
-        const int32_t code =
-            range_lock({file, data_handle, file_number, first->offset, first->length}, lock_action::release);
+        const int32_t code = range_lock(
+            {file, data_handle, file_number, first->offset, first->length}, lock_action::release);
         if (code < 0) return code;
     }
     return row_entries - 1; // the count has no 5: a full row tells 4 as well
@@ -126,7 +130,8 @@ int32_t flush_file(file_handle file, int32_t data_handle, int32_t file_number)
 
     for (const lock_entry& range : held) {
         if (range.offset == no_offset) break;
-        const int32_t code = range_lock({file, data_handle, file_number, range.offset, range.length}, lock_action::place);
+        const int32_t code = range_lock(
+            {file, data_handle, file_number, range.offset, range.length}, lock_action::place);
         if (code < 0) return code;
     }
     return TS_OK;

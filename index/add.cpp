@@ -1,0 +1,349 @@
+// tsadd32: the only way a new record enters a data file, and the place where the data file and all
+// open keys move in step.
+//
+// The order of effects: duplicate check over every key of every open index; choice between a
+// deleted slot and the end of the file; the record; the header; the keys. The header bracket is
+// held from before the header is read until after it is written, which is what keeps two processes
+// from taking one place; each index bracket is taken for itself. A failure before the record is
+// written changes no file; one after it undoes nothing, and the record then lacks the keys that
+// were not reached.
+//
+// On the reuse path the body of the deleted record is kept to the end: its old key values, which
+// are to leave the keys, are made from it.
+#include <cstring>
+
+#include "core/validators.h"
+#include "data/frames.h"
+#include "data/header.h"
+#include "data/reuse.h"
+#include "index/insert.h"
+#include "index/node_io.h"
+#include "index/search.h"
+#include "multiuser/held_range.h"
+
+using namespace tarsil;
+
+namespace {
+
+// The record to be stored, and the deleted record in whose slot it goes: no bytes when it is
+// appended.
+struct add_work {
+    int32_t data_handle;
+    record_image record;
+    record_image old_record;
+    int32_t slot; // frame offset at which the record is written
+};
+
+bool has_index(int32_t data_handle, int32_t index_handle)
+{
+    return data_slots[data_handle].indexes[index_handle] != nullptr;
+}
+
+// Every search starts from the copy of a root, so all copies of the index are brought up to date
+// before the first one.
+int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle)
+{
+    const index_slot& index = index_of(data_handle, index_handle);
+    if (!is_shared() || index.key_count == 0) return TS_OK;
+    int32_t code = refresh_key_records(data_handle, index_handle);
+    for (int32_t key_number = 0; code == TS_OK && key_number < index.key_count; ++key_number) {
+        const key_id id = {data_handle, index_handle, key_number};
+        code = read_node(id, key_of(id).key_record.root_offset, key_of(id).root_node);
+    }
+    return code;
+}
+
+// TS_OK, TS_DUPLICATE_KEY, or a failure. The bracket of the index is given back before a duplicate
+// is told.
+int32_t check_duplicate_in_index(const add_work& work, int32_t index_handle)
+{
+    held_range bracket;
+    int32_t code = lock_if_needed(bracket, whole_index_file(work.data_handle, index_handle));
+    if (code < 0) return code;
+    code = refresh_all_roots(work.data_handle, index_handle);
+    if (code != TS_OK) return code;
+
+    bool duplicate = false;
+    const int32_t key_count = index_of(work.data_handle, index_handle).key_count;
+    for (int32_t key_number = 0; !duplicate && key_number < key_count; ++key_number) {
+        search_end end;
+        const key_id id = {work.data_handle, index_handle, key_number};
+        const int32_t result = tree_search_record(id, work.record, 0, fields_of_record, end);
+        if (result < 0) return result;
+        duplicate = result == 0;
+    }
+
+    code = release_if_placed(bracket);
+    if (code < 0) return code;
+    return duplicate ? int32_t{TS_DUPLICATE_KEY} : int32_t{TS_OK};
+}
+
+int32_t check_duplicate(const add_work& work)
+{
+    for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
+        if (!has_index(work.data_handle, index_handle)) continue;
+        const int32_t code = check_duplicate_in_index(work, index_handle);
+        if (code != TS_OK) return code;
+    }
+    return TS_OK;
+}
+
+constexpr int32_t candidate_taken = 0;
+constexpr int32_t candidate_passed_over = 1;
+
+// A slot can be taken when every key of the index holds its own entry, in a leaf with at least one
+// more: no operation may leave a leaf without entries, since stepping through a key needs a key
+// value from each leaf.
+int32_t examine_candidate_in_index(const add_work& work, int32_t index_handle)
+{
+    held_range bracket;
+    int32_t code = lock_if_needed(bracket, whole_index_file(work.data_handle, index_handle));
+    if (code < 0) return code;
+    code = refresh_all_roots(work.data_handle, index_handle);
+    if (code != TS_OK) return code;
+
+    const int32_t key_count = index_of(work.data_handle, index_handle).key_count;
+    for (int32_t key_number = 0; key_number < key_count; ++key_number) {
+        search_end end;
+        const key_id id = {work.data_handle, index_handle, key_number};
+        const int32_t result = tree_search_record(id, work.old_record, work.slot, exact_record,
+                                                  end);
+        if (result < 0) return result;
+        if (result == not_in_leaf || end.count == 1) return candidate_passed_over;
+    }
+
+    code = release_if_placed(bracket);
+    if (code < 0) return code;
+    return candidate_taken;
+}
+
+// The noted slot can be out of date, when another process has used it or its delete was undone
+// unseen. Its own mark decides, and it must be a place where a record of this file stands: a live
+// record is never overwritten.
+bool is_deleted_slot(int32_t data_handle, int32_t offset, int32_t deleted)
+{
+    const int32_t number = record_number_at(data_handle, offset);
+    return deleted == 1 && number >= 1 && number <= data_slots[data_handle].header.record_count &&
+           record_offset(data_handle, number) == offset;
+}
+
+int32_t examine_candidate(const add_work& work, int32_t deleted)
+{
+    if (!is_deleted_slot(work.data_handle, work.slot, deleted)) return candidate_passed_over;
+    for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
+        if (!has_index(work.data_handle, index_handle)) continue;
+        const int32_t result = examine_candidate_in_index(work, index_handle);
+        if (result != candidate_taken) return result;
+    }
+    return candidate_taken;
+}
+
+void give_back_old_image(add_work& work, unsigned char*& old_image)
+{
+    platform::LocalFree(old_image);
+    old_image = nullptr;
+    work.old_record = {nullptr, 0};
+}
+
+// Leaves old_image and work.slot for a slot that is to be overwritten, and no old_image when the
+// record is to be appended.
+int32_t choose_place(add_work& work, unsigned char*& old_image)
+{
+    data_slot& data = data_slots[work.data_handle];
+    if (reuse_deleted != yes || data.reuse_offset <= 0) return TS_OK;
+    old_image = allocate_record_image(work.data_handle);
+    if (old_image == nullptr) {
+        data.reuse_offset = no_offset;
+        return TS_OK;
+    }
+
+    for (;;) {
+        int32_t deleted = 0;
+        work.slot = data.reuse_offset;
+        work.old_record = {old_image, data.header.record_length};
+        int32_t code = read_body(work.data_handle, old_image, work.slot, deleted);
+        if (code != TS_OK) return code;
+
+        code = examine_candidate(work, deleted);
+        if (code < 0) return code;
+        if (code == candidate_taken) return TS_OK;
+
+        code = next_reusable(work.data_handle);
+        if (code < 0) return code;
+        if (code == no_slot_left) {
+            give_back_old_image(work, old_image);
+            return TS_OK;
+        }
+    }
+}
+
+void count_reuse(const add_work& work)
+{
+    data_slot& data = data_slots[work.data_handle];
+    if (data.header.deleted_count > 0) data.header.deleted_count -= 1;
+    data.current_offset = work.slot;
+    data.current_record = record_number_at(work.data_handle, work.slot);
+}
+
+// A header from a damaged file may name an end in front of the first record, or numbers with no
+// successor; nothing is written by such a header.
+int32_t count_append(add_work& work)
+{
+    data_slot& data = data_slots[work.data_handle];
+    const int32_t end = data.header.end_offset;
+    const int32_t first = record_offset(work.data_handle, 1);
+    if (work.record.length < 1) return TS_RECORD_TOO_SHORT;
+    if (first == no_offset || end < first || data.header.record_count < 0)
+        return TS_RECORD_WRITE_POSITION;
+    if (data.header.record_count == INT32_MAX || next_frame(end, work.record.length) == no_offset)
+        return TS_RECORD_WRITE_POSITION;
+
+    work.slot = end;
+    data.header.record_count += 1;
+    data.current_record = data.header.record_count;
+    data.current_offset = work.slot;
+    data.header.end_offset = next_frame(end, work.record.length);
+    return TS_OK;
+}
+
+// Counts and writes the record. A record that was not written whole must never count in a header
+// that reaches the file, so the copy in memory is put back on a failure.
+int32_t store_record(add_work& work)
+{
+    data_slot& data = data_slots[work.data_handle];
+    const data_slot before = data;
+
+    int32_t code = TS_OK;
+    if (work.old_record.bytes != nullptr)
+        count_reuse(work);
+    else
+        code = count_append(work);
+    if (code == TS_OK)
+        code = write_record(work.data_handle, work.record.bytes, work.record.length, work.slot);
+    if (code != TS_OK) data = before;
+    return code;
+}
+
+// Takes the old record's entry out of a key. Where it is not there any more nothing is removed, nor
+// where it is the last of its leaf by now, as another process can bring about between the
+// examination and this step. The parent's separator stays: it bounds the leaf as before.
+int32_t remove_old_entry(const key_id& id, const add_work& work)
+{
+    search_end end;
+    const int32_t result = tree_search_record(id, work.old_record, work.slot, exact_record, end);
+    if (result < 0) return result;
+    if (result == not_in_leaf || end.count <= 1) return TS_OK;
+
+    key_slot& key = key_of(id);
+    const int32_t stride = entry_stride(key.key_record);
+    unsigned char* gone = entry_at(key.key_record, key.work_node, end.position);
+    std::memmove(gone, gone + stride,
+                 static_cast<size_t>(end.count - end.position - 1) * static_cast<size_t>(stride));
+    clear_entries(entry_at(key.key_record, key.work_node, end.count - 1), stride, 1);
+    set_entry_count(key.key_record, key.work_node, end.count - 1);
+
+    const int32_t code = write_node(id, key.work_node, end.node_offset);
+    if (code != TS_OK) return code;
+    if (end.node_offset == key.key_record.root_offset)
+        std::memcpy(key.root_node, key.work_node, static_cast<size_t>(key.key_record.node_bytes));
+    return TS_OK;
+}
+
+int32_t update_key(const key_id& id, const add_work& work)
+{
+    key_slot& key = key_of(id);
+    int32_t code = TS_OK;
+    if (is_shared()) code = read_node(id, key.key_record.root_offset, key.root_node);
+    if (code == TS_OK && work.old_record.bytes != nullptr) code = remove_old_entry(id, work);
+    if (code == TS_OK) code = tree_insert(id, work.record, work.slot);
+    return code;
+}
+
+int32_t update_index(const add_work& work, int32_t index_handle)
+{
+    held_range bracket;
+    int32_t code = lock_if_needed(bracket, whole_index_file(work.data_handle, index_handle));
+    if (code < 0) return code;
+    if (is_shared()) code = refresh_key_records(work.data_handle, index_handle);
+    if (code < 0) return code;
+
+    const int32_t key_count = index_of(work.data_handle, index_handle).key_count;
+    for (int32_t key_number = 0; key_number < key_count; ++key_number) {
+        code = update_key({work.data_handle, index_handle, key_number}, work);
+        if (code != TS_OK) return code;
+    }
+
+    const int32_t stored = is_shared() ? write_key_records(work.data_handle, index_handle)
+                                       : int32_t{TS_OK};
+    code = release_if_placed(bracket);
+    if (code < 0) return code;
+    return stored;
+}
+
+int32_t update_all_keys(const add_work& work)
+{
+    if (data_slots[work.data_handle].open_index_count == 0) return TS_OK;
+    for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
+        if (!has_index(work.data_handle, index_handle)) continue;
+        const int32_t code = update_index(work, index_handle);
+        if (code != TS_OK) return code;
+    }
+    return TS_OK;
+}
+
+// The slot just written holds a live record, so the noted slot moves on, also after a failure
+// behind the write.
+int32_t move_noted_slot_on(int32_t data_handle)
+{
+    data_slot& data = data_slots[data_handle];
+    const int32_t taken = data.reuse_offset;
+    if (data.header.deleted_count < 1) {
+        data.reuse_offset = no_offset;
+        return TS_OK;
+    }
+    const int32_t code = next_reusable(data_handle);
+    if (code < 0 && data.reuse_offset == taken) data.reuse_offset = no_offset;
+    return code < 0 ? code : int32_t{TS_OK};
+}
+
+int32_t add_record(add_work& work, char duplicates, unsigned char*& old_image)
+{
+    held_range header;
+    int32_t code = lock_if_needed(header, header_bracket(work.data_handle));
+    if (code < 0) return code;
+    code = refresh_if_shared(work.data_handle);
+    if (code != TS_OK) return code;
+
+    const int32_t record_length = data_slots[work.data_handle].header.record_length;
+    if (record_length != variable_length) work.record.length = record_length;
+
+    if (duplicates != 'y' && duplicates != 'Y') code = check_duplicate(work);
+    if (code != TS_OK) return code;
+    code = choose_place(work, old_image);
+    if (code != TS_OK) return code;
+    code = store_record(work);
+    if (code != TS_OK) return code;
+
+    code = store_header_change(work.data_handle);
+    release_insistently(header);
+    if (code == TS_OK) code = update_all_keys(work);
+
+    if (old_image == nullptr) return code;
+    const int32_t moved = move_noted_slot_on(work.data_handle);
+    return code != TS_OK ? code : moved;
+}
+
+} // namespace
+
+int32_t tsadd32(int32_t data_handle, const void* record, int32_t length, char duplicates)
+{
+    const int32_t code = check_data_slot(data_handle);
+    if (code != TS_OK) return code;
+
+    add_work work = {
+        data_handle, {static_cast<const unsigned char*>(record), length}, {nullptr, 0}, no_offset};
+    unsigned char* old_image = nullptr;
+    const int32_t result = add_record(work, duplicates, old_image);
+    platform::LocalFree(old_image);
+    return result;
+}
