@@ -1,0 +1,20 @@
+// Stepping through a data file with a buffer of this library's own.
+//
+// The exported reads trust that the caller's buffer holds record_length bytes of the header as it
+// is at the read. A buffer allocated here holds record_length bytes of the header as it was at the
+// allocation, and in multi-user mode each step reads the header anew: hence these forms, which know
+// the room.
+#pragma once
+
+#include <cstdint>
+
+namespace tarsil {
+
+// As tsgetfd32 and tsgetnd32. TS_BODY_READ_SHORT, nothing moved, when the header has come to allow
+// bodies of more than `room` bytes.
+[[nodiscard]] int32_t read_first_record(int32_t data_handle, void* record, int32_t room,
+                                        int32_t& deleted);
+[[nodiscard]] int32_t read_next_record(int32_t data_handle, void* record, int32_t room,
+                                       int32_t& deleted);
+
+} // namespace tarsil
