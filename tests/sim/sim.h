@@ -1,0 +1,106 @@
+// A platform in memory: the functions of platform/platform.h over simulated files, and what a test
+// wants beside them: calls counted and logged, failures planned, leaks counted, file bytes looked
+// at and changed.
+//
+// A second party is simply a further open through the same functions, since locks and share modes
+// belong to opens. There is one simulation in a process; reset() makes it as new and belongs before
+// each test. Handle numbers are never used twice until then, so that a stale handle can't pass for
+// another file.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace tarsil::sim {
+
+// The kinds of platform calls that count and can fail. GetLastError and LocalFree do neither.
+enum class call : uint8_t {
+    open,
+    create,
+    close,
+    remove,
+    read,
+    write,
+    position,
+    lock,
+    unlock,
+    flush,
+    zero,
+    allocate
+};
+inline constexpr size_t call_kinds = 12;
+
+using kinds = uint32_t;
+constexpr kinds only(call kind) { return 1U << static_cast<uint32_t>(kind); }
+inline constexpr kinds any_kind = (1U << call_kinds) - 1;
+inline constexpr kinds transfers = only(call::read) | only(call::write);
+
+// error: the call fails and does nothing, except that a failed close still closes and a failed
+// flush is remembered. The others concern reads and writes alone: half of the bytes move, or all
+// but `bytes` of them, and the call succeeds; or half of them move and it fails.
+enum class failure : uint8_t { error, short_half, short_bytes, error_half };
+
+struct fault {
+    uint64_t at = 1;        // the first call to fail, counted from now on; 1 is the next one
+    bool for_good = false;  // that call alone, or it and all calls after it
+    kinds where = any_kind; // only calls of these kinds count and fail
+    failure how = failure::error;
+    uint32_t bytes = 1;
+};
+
+void reset();
+
+// One fault can be planned at a time; no call fails after clear_fault. faults_met: calls that have
+// failed by plan.
+void plan(const fault& planned);
+void clear_fault();
+uint64_t faults_met();
+
+// Lets another party act: runs `deed` right before the `at`-th call from now on that is among
+// `where`. What the deed calls is neither counted nor logged, and never fails by plan.
+void meanwhile(uint64_t at, kinds where, std::function<void()> deed);
+
+uint64_t calls();
+uint64_t calls(call kind);
+void count_afresh();
+
+size_t open_handles();
+size_t held_ranges();
+size_t live_blocks();
+
+// Files past all sharing and locking, as a foreign program has them. set_bytes creates what isn't
+// there; bytes of such a file are none.
+bool exists(const std::string& name);
+std::string bytes(const std::string& name);
+void set_bytes(const std::string& name, const std::string& content);
+void forbid_writing(const std::string& name);
+
+// What recording keeps, from start_recording on: a log of all calls, and for each file the writes
+// since its last flush, in their order, with the content that this flush made stable. Of a file
+// created since, not even the name is stable before its first flush.
+struct logged {
+    call kind;
+    platform::file_handle file;
+    int64_t offset;
+    int64_t length;
+    bool done;
+};
+
+struct written {
+    int32_t offset;
+    std::string bytes;
+};
+
+void start_recording();
+const std::vector<logged>& log();
+bool name_is_stable(const std::string& name);
+std::string stable_bytes(const std::string& name);
+const std::vector<written>& unstable_writes(const std::string& name);
+
+// What a kill does: every handle is gone, with its locks, and every block is given back.
+void end_process();
+
+} // namespace tarsil::sim

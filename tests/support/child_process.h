@@ -1,0 +1,139 @@
+// A second process for a test: a lambda in a forked child, driven over a pair of sockets.
+//
+// The child's lambda is written as the series of its steps; each waits for a next() of the parent,
+// and its answer is what next() returns. So the two texts, read side by side, give the order of
+// events:
+//
+//     child_process other([&](child_line& line) {
+//         line.step([&] { return LockFile(own_handle, 0, 4); });
+//         line.step([&] { return CloseHandle(own_handle); });
+//     });
+//     EXPECT_EQ(other.next(), 1);
+//
+// Every wait is bounded: a child that the parent has forgotten ends by itself, and a parent whose
+// child doesn't answer throws, which fails its test. The child never returns into the test program:
+// it ends after its lambda, without a word and without destructors of what it shares.
+#pragma once
+
+#include <cstdint>
+#include <poll.h>
+#include <signal.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern "C" void __gcov_dump()
+    __attribute__((weak)); // Counts of a coverage build, which _exit would lose.
+
+namespace tarsil::support {
+
+class child_line {
+public:
+    static constexpr int wait_ms = 30000;
+
+    explicit child_line(int socket) : socket_(socket) {}
+
+    void send(int64_t value) const
+    {
+        if (::send(socket_, &value, sizeof value, MSG_NOSIGNAL) != sizeof value) lost("send");
+    }
+
+    int64_t receive() const
+    {
+        int64_t value = 0;
+        if (!is_waiting(wait_ms) || recv(socket_, &value, sizeof value, 0) != sizeof value)
+            lost("wait");
+        return value;
+    }
+
+    // Whether the other side has sent something (or is gone) that receive would find at once.
+    bool is_waiting(int milliseconds = 0) const
+    {
+        pollfd watched = {socket_, POLLIN, 0};
+        return poll(&watched, 1, milliseconds) > 0;
+    }
+
+    template <class Step> void step(Step&& action) const
+    {
+        receive();
+        send(static_cast<int64_t>(action()));
+    }
+
+private:
+    [[noreturn]] static void lost(const char* what)
+    {
+        throw std::runtime_error(std::string("the other process is gone or silent at a ") + what);
+    }
+
+    int socket_;
+};
+
+class child_process {
+public:
+    template <class Body> explicit child_process(Body&& body)
+    {
+        int ends[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+            throw std::runtime_error("no socket pair");
+        }
+        id_ = fork();
+        if (id_ < 0) throw std::runtime_error("no second process");
+        close(ends[id_ == 0 ? 0 : 1]);
+        socket_ = ends[id_ == 0 ? 1 : 0];
+        if (id_ == 0) run_and_exit(body);
+    }
+    ~child_process()
+    {
+        if (id_ > 0) kill();
+        close(socket_);
+    }
+    child_process(const child_process&) = delete;
+    child_process& operator=(const child_process&) = delete;
+
+    pid_t id() const { return id_; }
+    child_line line() const { return child_line(socket_); }
+
+    // Lets the child do its next step and gives the answer.
+    int64_t next() const
+    {
+        line().send(0);
+        return line().receive();
+    }
+
+    void kill()
+    {
+        ::kill(id_, SIGKILL);
+        waitpid(id_, nullptr, 0);
+        id_ = -1;
+    }
+
+    // Waits for the end of the child and gives its wait status: 0 if it went through its lambda.
+    int wait_for_end()
+    {
+        int status = -1;
+        if (!line().is_waiting(child_line::wait_ms)) ::kill(id_, SIGKILL);
+        waitpid(id_, &status, 0);
+        id_ = -1;
+        return status;
+    }
+
+private:
+    template <class Body> [[noreturn]] void run_and_exit(Body&& body)
+    {
+        int code = 0;
+        try {
+            body(line());
+        } catch (...) {
+            code = 3;
+        }
+        if (__gcov_dump != nullptr) __gcov_dump();
+        _exit(code);
+    }
+
+    pid_t id_ = -1;
+    int socket_ = -1;
+};
+
+} // namespace tarsil::support
