@@ -16,8 +16,6 @@ using namespace tarsil;
 
 namespace {
 
-constexpr int32_t any_room = 0x7fffffff; // the caller's buffer, whose room nobody tells
-
 void set_current(int32_t data_handle, int32_t record_number, int32_t offset)
 {
     data_slots[data_handle].current_record = record_number;
@@ -35,7 +33,8 @@ bool holds_any_body(int32_t data_handle, int32_t room)
 
 namespace tarsil {
 
-int32_t read_first_record(int32_t data_handle, void* record, int32_t room, int32_t& deleted)
+int32_t read_first_record(int32_t data_handle, void* record, int32_t room, int32_t& deleted,
+                          int32_t& length)
 {
     int32_t code = check_data_slot(data_handle);
     if (code != TS_OK) return code;
@@ -45,12 +44,14 @@ int32_t read_first_record(int32_t data_handle, void* record, int32_t room, int32
     if (!holds_any_body(data_handle, room)) return TS_BODY_READ_SHORT;
 
     const int32_t offset = record_offset(data_handle, 1);
-    code = read_body(data_handle, record, offset, deleted);
+    code = read_bounded_body(data_handle, record, offset, deleted, length,
+                             body_bound::record_length);
     set_current(data_handle, 1, offset);
     return code;
 }
 
-int32_t read_next_record(int32_t data_handle, void* record, int32_t room, int32_t& deleted)
+int32_t read_next_record(int32_t data_handle, void* record, int32_t room, int32_t& deleted,
+                         int32_t& length)
 {
     int32_t code = check_current(data_handle);
     if (code != TS_OK) return code;
@@ -60,11 +61,11 @@ int32_t read_next_record(int32_t data_handle, void* record, int32_t room, int32_
     if (slot.header.record_count == slot.current_record) return TS_NEXT_RECORD_AT_END;
     if (!holds_any_body(data_handle, room)) return TS_BODY_READ_SHORT;
 
-    int32_t length = 0;
     code = read_frame(data_handle, slot.current_offset, length, deleted);
     if (code != TS_OK) return code;
     const int32_t offset = next_frame(slot.current_offset, length);
-    code = read_body(data_handle, record, offset, deleted);
+    code = read_bounded_body(data_handle, record, offset, deleted, length,
+                             body_bound::record_length);
     if (code != TS_OK) return code;
     set_current(data_handle, slot.current_record + 1, offset);
     return TS_OK;
@@ -85,7 +86,8 @@ int32_t tsgetd32(int32_t data_handle, int32_t record_number, void* record, int32
 
 int32_t tsgetfd32(int32_t data_handle, void* record, int32_t* deleted)
 {
-    return read_first_record(data_handle, record, any_room, *deleted);
+    int32_t length = 0;
+    return read_first_record(data_handle, record, any_room, *deleted, length);
 }
 
 int32_t tsgetld32(int32_t data_handle, void* record, int32_t* deleted)
@@ -108,7 +110,8 @@ int32_t tsgetld32(int32_t data_handle, void* record, int32_t* deleted)
 
 int32_t tsgetnd32(int32_t data_handle, void* record, int32_t* deleted)
 {
-    return read_next_record(data_handle, record, any_room, *deleted);
+    int32_t length = 0;
+    return read_next_record(data_handle, record, any_room, *deleted, length);
 }
 
 int32_t tsgetpd32(int32_t data_handle, void* record, int32_t* deleted)

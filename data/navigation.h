@@ -10,11 +10,13 @@
 
 namespace tarsil {
 
-// As tsgetfd32 and tsgetnd32. TS_BODY_READ_SHORT, nothing moved, when the header has come to allow
-// bodies of more than `room` bytes.
+inline constexpr int32_t any_room = 0x7fffffff; // a caller's buffer, whose room nobody tells
+
+// As tsgetfd32 and tsgetnd32, telling the length of the body too. TS_BODY_READ_SHORT, nothing
+// moved, when the header has come to allow bodies of more than `room` bytes.
 [[nodiscard]] int32_t read_first_record(int32_t data_handle, void* record, int32_t room,
-                                        int32_t& deleted);
+                                        int32_t& deleted, int32_t& length);
 [[nodiscard]] int32_t read_next_record(int32_t data_handle, void* record, int32_t room,
-                                       int32_t& deleted);
+                                       int32_t& deleted, int32_t& length);
 
 } // namespace tarsil

@@ -24,7 +24,8 @@ int32_t step_to_deleted(int32_t data_handle, unsigned char* image, int32_t room)
     const data_slot& slot = data_slots[data_handle];
     for (int32_t number = slot.current_record; number < slot.header.record_count; ++number) {
         int32_t deleted = 0;
-        const int32_t code = read_next_record(data_handle, image, room, deleted);
+        int32_t length = 0;
+        const int32_t code = read_next_record(data_handle, image, room, deleted, length);
         if (code != TS_OK) return code;
         if (deleted == 1) return TS_OK;
     }
@@ -35,7 +36,8 @@ int32_t scan_with_image(int32_t data_handle, unsigned char* image, int32_t room)
 {
     data_slot& slot = data_slots[data_handle];
     int32_t deleted = 0;
-    int32_t code = read_first_record(data_handle, image, room, deleted);
+    int32_t length = 0;
+    int32_t code = read_first_record(data_handle, image, room, deleted, length);
     if (code != TS_OK) return code;
     if (deleted == 0) code = step_to_deleted(data_handle, image, room);
     if (code == TS_OK) slot.reuse_offset = slot.current_offset;
