@@ -157,10 +157,13 @@ int32_t choose_place(add_work& work, unsigned char*& old_image)
         return TS_OK;
     }
 
+    const int32_t room = data.header.record_length;
     for (;;) {
+        // Looking for the next slot reads the header anew; the buffer keeps the size that it had.
+        if (data.header.record_length != room) return TS_BODY_READ_SHORT;
         int32_t deleted = 0;
         work.slot = data.reuse_offset;
-        work.old_record = {old_image, data.header.record_length};
+        work.old_record = {old_image, room};
         int32_t code = read_body(work.data_handle, old_image, work.slot, deleted);
         if (code != TS_OK) return code;
 
