@@ -15,9 +15,21 @@ namespace tarsil {
 
 // TS_OK or the first failure of tree_search, read_node, write_node or write_key_records; nothing is
 // undone then. A tree that would outgrow the path is refused with TS_TREE_TOO_DEEP, a file that
-// would pass the largest size with TS_NODE_WRITE_POSITION, both before anything is written.
-// Duplicates are the caller's matter.
+// would pass the largest size with TS_NODE_WRITE_POSITION, a missing node_scratch with
+// TS_NO_MEMORY_SCRATCH, all before anything is written. Duplicates are the caller's matter.
 [[nodiscard]] int32_t tree_insert(const key_id& id, const record_image& record,
                                   int32_t record_offset);
+
+// An image of a leaf with room, and where the new entry goes in it.
+struct leaf_place {
+    unsigned char* node;
+    int32_t node_offset;
+    int32_t position;
+    int32_t count; // entries without the new one
+};
+
+// Puts the entry for a packed key into the leaf and writes the node. write_node's codes.
+[[nodiscard]] int32_t entry_insert_record(const key_id& id, const leaf_place& place,
+                                          const unsigned char* packed);
 
 } // namespace tarsil

@@ -13,23 +13,27 @@
 
 namespace tarsil {
 
-inline constexpr int32_t path_end = -1;   // as index of path_put and path_take: push, pop
-inline constexpr int32_t not_in_leaf = 1; // tree_search
+inline constexpr int32_t path_end = -1; // as index of path_put and path_take: push, pop
+
+// What tree_search answers beside 0 for found.
+inline constexpr int32_t not_in_leaf = 1;
+inline constexpr int32_t next_is_behind = -1; // mode 'p' only
 
 struct search_end {
-    int32_t node_offset; // of the leaf reached
+    int32_t node_offset; // of the leaf reached; no_offset where the way ended at a missing child
     int32_t position;    // of the entry, or where the value belongs
     int32_t count;       // entries of that leaf
 };
 
-// Makes work_node a copy of the root and empties the path. Gives the root's offset.
-int32_t begin_tree_walk(const key_id& id);
+// Makes work_node a copy of the root, empties the path and gives the root's offset. TS_OK, or
+// TS_NO_MEMORY_SCRATCH where a key without a cursor finds no shared_node.
+[[nodiscard]] int32_t begin_tree_walk(const key_id& id, int32_t& node_offset);
 
 // Searches for a packed key in one of the modes of index/compare.h; leaves the leaf in work_node
-// and the way in path_stack, and changes neither position nor saved_path. 0 found. 1 not in the
-// leaf: `position` is where it belongs, in mode 'p' the last entry of the leaf. -1, mode 'p' only:
-// `position` is the first entry behind the value (0 in an empty leaf). Below -1: a code of
-// read_node, TS_TREE_TOO_DEEP.
+// and the way in path_stack, and changes neither position nor saved_path. 0 found. not_in_leaf:
+// `position` is where the value belongs, in mode 'p' the last entry of the leaf. next_is_behind:
+// `position` is the first entry behind the value (0 in an empty leaf). Else a code of read_node,
+// TS_TREE_TOO_DEEP, TS_NO_MEMORY_SCRATCH.
 [[nodiscard]] int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode,
                                   search_end& end);
 
@@ -37,25 +41,34 @@ int32_t begin_tree_walk(const key_id& id);
 [[nodiscard]] int32_t tree_search_record(const key_id& id, const record_image& record,
                                          int32_t record_offset, char mode, search_end& end);
 
-// Reads the child at an entry of work_node into work_node and gives its offset. TS_OK,
-// child_missing for a link of -1, else read_node's code.
+// Reads the child at an entry of a branch into work_node and gives its offset. The branch may be
+// work_node itself. TS_OK, child_missing for a link of -1 (nothing is read then), else read_node's
+// code.
 inline constexpr int32_t child_missing = 1;
-[[nodiscard]] int32_t descend_child(const key_id& id, int32_t entry, int32_t& node_offset);
+[[nodiscard]] int32_t descend_child(const key_id& id, const unsigned char* branch, int32_t entry,
+                                    int32_t& node_offset);
+
+// Reads a node of the path into work_node. read_node's codes, and TS_NODE_DAMAGED for a leaf.
+[[nodiscard]] int32_t read_branch(const key_id& id, int32_t offset);
 
 // path_put at path_end pushes, moving the words of the path up; TS_TREE_TOO_DEEP when there is no
-// room. At any other index it stores. path_take at path_end pops; at any other index it reads.
+// room. At any other index it stores. path_take at path_end pops, and gives no_offset of an empty
+// path; at any other index it reads.
 [[nodiscard]] int32_t path_put(int32_t offset, int32_t index);
 int32_t path_take(int32_t index);
 
 // Number of offsets in path_stack before its end.
 int32_t path_length();
 
-// Copies path_stack to the cursor, if the key has one, and the other way.
+// Copies path_stack to the cursor, if the key has one, and the other way, each up to its end.
 void save_path(key_slot& key);
 void restore_path(const key_slot& key);
 
 // Places the cursor on an entry of the leaf in work_node, if the key has a cursor.
 void place_cursor(key_slot& key, int32_t position);
+
+// check_key with the test of the key number.
+[[nodiscard]] int32_t check_key(const key_id& id);
 
 // The exact search by a caller's key value: check_key's code, refresh_root's in multi-user mode,
 // TS_FIND_NO_ENTRY, tree_search's codes; TS_OK with the record's offset and the cursor placed.

@@ -1,0 +1,202 @@
+// Searching a tree, and the path; see index/search.h.
+//
+// The root is never read here: root_node is the truth, and in multi-user mode the caller has
+// brought it up to date. A root that is a branch is scanned where it lies; work_node becomes a copy
+// of it only where the search ends there, since everybody looks for the leaf in work_node.
+//
+// The scan of a branch matters only by its position: a value equal to a separator goes to the
+// child on its left, of which the separator is the upper bound, and a value behind all separators
+// to the final child.
+#include "index/search.h"
+
+#include <cstring>
+
+#include "core/validators.h"
+#include "index/node_io.h"
+#include "multiuser/index_read.h"
+
+namespace tarsil {
+
+namespace {
+
+// Words of a path in use, its end included.
+int32_t used_words(const int32_t* path)
+{
+    int32_t length = 0;
+    while (length < path_words - 1 && path[length] != no_offset) ++length;
+    return length + 1;
+}
+
+void copy_words(int32_t* to, const int32_t* from, int32_t count)
+{
+    std::memmove(to, from, static_cast<size_t>(count) * sizeof *to);
+}
+
+void copy_path(int32_t* to, const int32_t* from)
+{
+    const int32_t used = used_words(from);
+    copy_words(to, from, used);
+    to[used - 1] = no_offset;
+}
+
+} // namespace
+
+int32_t path_length() { return used_words(path_stack) - 1; }
+
+int32_t path_put(int32_t offset, int32_t index)
+{
+    if (index == path_end) {
+        const int32_t used = used_words(path_stack);
+        if (used == path_words) return TS_TREE_TOO_DEEP;
+        copy_words(path_stack + 1, path_stack, used);
+        index = 0;
+    }
+    path_stack[index] = offset;
+    return TS_OK;
+}
+
+int32_t path_take(int32_t index)
+{
+    if (index != path_end) return path_stack[index];
+    const int32_t offset = path_stack[0];
+    if (offset != no_offset) copy_words(path_stack, path_stack + 1, path_length());
+    return offset;
+}
+
+void save_path(key_slot& key)
+{
+    if (has_cursor(key)) copy_path(key.saved_path, path_stack);
+}
+
+void restore_path(const key_slot& key) { copy_path(path_stack, key.saved_path); }
+
+void place_cursor(key_slot& key, int32_t position)
+{
+    if (!has_cursor(key)) return;
+    save_path(key);
+    key.position = position;
+}
+
+namespace {
+
+void copy_root_to_work_node(key_slot& key)
+{
+    std::memcpy(key.work_node, key.root_node, static_cast<size_t>(key.key_record.node_bytes));
+}
+
+// Empties the path and sees to a work_node; nothing is in it yet.
+int32_t begin_at_root(key_slot& key, int32_t& node_offset)
+{
+    if (!has_cursor(key)) key.work_node = shared_node;
+    if (key.work_node == nullptr) return TS_NO_MEMORY_SCRATCH;
+    path_stack[0] = no_offset;
+    node_offset = key.key_record.root_offset;
+    return TS_OK;
+}
+
+int32_t answer_of_leaf(scan_result result, char mode, search_end& end)
+{
+    if (result == scan_result::found) return TS_OK;
+    if (mode != nearest_to_value) return not_in_leaf;
+    if (result == scan_result::before) return next_is_behind;
+    end.position -= 1;
+    return not_in_leaf;
+}
+
+} // namespace
+
+int32_t begin_tree_walk(const key_id& id, int32_t& node_offset)
+{
+    key_slot& key = key_of(id);
+    const int32_t code = begin_at_root(key, node_offset);
+    if (code == TS_OK) copy_root_to_work_node(key);
+    return code;
+}
+
+int32_t descend_child(const key_id& id, const unsigned char* branch, int32_t entry,
+                      int32_t& node_offset)
+{
+    key_slot& key = key_of(id);
+    node_offset = entry_link(entry_at(key.key_record, branch, entry));
+    if (node_offset == no_offset) return child_missing;
+    return read_node(id, node_offset, key.work_node);
+}
+
+int32_t read_branch(const key_id& id, int32_t offset)
+{
+    const key_slot& key = key_of(id);
+    const int32_t code = read_node(id, offset, key.work_node);
+    if (code != TS_OK) return code;
+    return is_leaf(key.key_record, key.work_node) ? int32_t{TS_NODE_DAMAGED} : int32_t{TS_OK};
+}
+
+int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end)
+{
+    key_slot& key = key_of(id);
+    const key_record& record = key.key_record;
+    int32_t code = begin_at_root(key, end.node_offset);
+    if (code != TS_OK) return code;
+
+    const bool with_record_offset = mode == exact_key || mode == exact_record;
+    const unsigned char* node = key.root_node;
+    for (;;) {
+        end.count = entry_count(record, node);
+        const scan_result result = node_scan(record, packed_key(node), search_key, end.count,
+                                             end.position, with_record_offset);
+        if (is_leaf(record, node)) {
+            if (node == key.root_node) copy_root_to_work_node(key);
+            return answer_of_leaf(result, mode, end);
+        }
+
+        code = path_put(end.node_offset, path_end);
+        if (code != TS_OK) return code;
+        code = descend_child(id, node, end.position, end.node_offset);
+        if (code == child_missing && node == key.root_node) copy_root_to_work_node(key);
+        if (code == child_missing) return not_in_leaf;
+        if (code != TS_OK) return code;
+        node = key.work_node;
+    }
+}
+
+int32_t tree_search_record(const key_id& id, const record_image& record, int32_t record_offset,
+                           char mode, search_end& end)
+{
+    unsigned char packed[max_packed_key_bytes];
+    pack_key(key_of(id).key_record, record, record_offset, packed);
+    return tree_search(id, packed, mode, end);
+}
+
+int32_t check_key(const key_id& id)
+{
+    return check_key(id.data_handle, id.index_handle, id.key_number, test_key::on);
+}
+
+int32_t find_key(const key_id& id, const void* key_value, int32_t& record_offset)
+{
+    int32_t code = check_key(id);
+    if (code != TS_OK) return code;
+    code = refresh_root_if_shared(id);
+    if (code != TS_OK) return code;
+
+    search_end end;
+    const int32_t result = tree_search(id, static_cast<const unsigned char*>(key_value),
+                                       fields_of_value, end);
+    if (result < 0) return result;
+    if (result != TS_OK) return TS_FIND_NO_ENTRY;
+
+    key_slot& key = key_of(id);
+    record_offset = entry_record_offset(key, end.position);
+    place_cursor(key, end.position);
+    return TS_OK;
+}
+
+int32_t check_cursor(const key_id& id)
+{
+    const int32_t code = check_key(id);
+    if (code != TS_OK) return code;
+    const key_slot& key = key_of(id);
+    if (key.position == no_position || !has_cursor(key)) return TS_CURSOR_NONE;
+    return TS_OK;
+}
+
+} // namespace tarsil
