@@ -38,6 +38,14 @@ install(FILES ${PROJECT_BINARY_DIR}/tarsil32Config.cmake ${PROJECT_BINARY_DIR}/t
 install(EXPORT tarsil32Targets NAMESPACE tarsil32:: DESTINATION ${package_folder})
 
 install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# Manual pages: those of section 3 are made from the public header, those of other sections stand in docs/man/.
+set(man3 ${PROJECT_BINARY_DIR}/man3)
+set(make_man ${PROJECT_SOURCE_DIR}/scripts/make-man)
+add_custom_command(OUTPUT ${man3}/tarsil32.3 VERBATIM
+    COMMAND ${make_man} ${PROJECT_SOURCE_DIR}/include ${man3}
+    DEPENDS include/tarsil32.h include/tarsil32_codes.h ${make_man} ${make_man}.awk)
+add_custom_target(tarsil32_man ALL DEPENDS ${man3}/tarsil32.3)
+install(DIRECTORY ${man3}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 file(GLOB man_pages CONFIGURE_DEPENDS docs/man/*.[1-7])
 foreach(page ${man_pages})
     string(REGEX MATCH "[1-7]$" section ${page})
