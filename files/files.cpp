@@ -77,7 +77,7 @@ int32_t seek_end(file_handle file, int32_t offset)
 {
     if (move_to(file, offset)) return 0;
     static_cast<void>(platform::GetLastError());
-    return -1;
+    return transfer_failed;
 }
 
 int32_t size_of(file_handle file)
