@@ -69,7 +69,7 @@ bool watch_forks();
 void read_size_limit();
 bool within_size_limit(int64_t end);
 
-// The size of the file; below 0 for a failure, also for a file that is longer than positions reach.
+// The size of the file, which may be more than positions reach; below 0 for a failure.
 int64_t file_size(const open_file& entry);
 
 // open(2) without what a library must not do to its caller: no controlling terminal, no descriptor

@@ -312,6 +312,7 @@ TEST_F(Platform, ALockExcludesEveryOverlapFromEverybody)
         {INT_MIN, max_file_bytes, false},
     };
     const file_handle holder = file_of("a", "shorter than the ranges");
+    EXPECT_FALSE(LockFile(holder, 0, 0)) << "while nobody else has the file open";
     const file_handle other = open(name("a"));
     ASSERT_TRUE(LockFile(holder, 100, 10));
     int line = 0;

@@ -1,10 +1,10 @@
 // A fresh folder for one test, gone with all that is in it when the object goes.
 #pragma once
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -32,10 +32,15 @@ private:
     std::string path_;
 };
 
+// All bytes of a file; none for a file that isn't there.
 inline std::string file_bytes(const std::string& name)
 {
+    std::error_code missing;
+    const std::uintmax_t size = std::filesystem::file_size(name, missing);
+    std::string bytes(missing ? 0 : size, '\0');
     std::ifstream file(name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 inline void set_file_bytes(const std::string& name, const std::string& bytes)

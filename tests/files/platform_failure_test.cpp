@@ -1,0 +1,329 @@
+// What the platform promises on real files, beyond the contract suite: kinds of files and names,
+// limits, and failures of the system or of what the file system lacks.
+#include "platform/platform.h"
+#include "tests/support/child_process.h"
+#include "tests/support/platform_files.h"
+#include "tests/support/refused_calls.h"
+#include "tests/support/temp_folder.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <vector>
+
+namespace tarsil::platform {
+namespace {
+
+using namespace support;
+
+TEST(PlatformFiles, OnlyRegularFilesAreOpenedAndNoNameIsOverrun)
+{
+    const temp_folder folder;
+    ASSERT_EQ(mkfifo(folder.file("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(mkdir(folder.file("folder").c_str(), 0700), 0);
+    ASSERT_EQ(symlink("loop", folder.file("loop").c_str()), 0);
+    ASSERT_EQ(symlink("nowhere", folder.file("dangling").c_str()), 0);
+    ASSERT_EQ(symlink("/dev/null", folder.file("device").c_str()), 0);
+    ASSERT_EQ(symlink("target", folder.file("link").c_str()), 0);
+    const std::string long_name = folder.file(std::string(300, 'n'));
+    const std::string long_path = folder.path() + std::string(5000, '/') + "a";
+    const std::string refused[] = {folder.file("fifo"),
+                                   folder.file("folder"),
+                                   folder.file("folder/"),
+                                   folder.file("loop"),
+                                   folder.file("."),
+                                   folder.file("dangling"),
+                                   folder.file("device"),
+                                   folder.file("no/a"),
+                                   long_name,
+                                   long_path};
+    const size_t names = names_in(folder.path());
+    for (const std::string& name : refused) {
+        EXPECT_FALSE(can_open(name)) << name;
+        EXPECT_FALSE(can_open(name, share::none, access::read_only)) << name;
+        EXPECT_EQ(create_file(name), no_file) << name;
+        EXPECT_FALSE(DeleteFileA(name.c_str())) << name;
+    }
+    EXPECT_EQ(names_in(folder.path()), names) << "nothing was left behind or removed";
+
+    const file_handle target = create_file(folder.file("target"), share::none);
+    EXPECT_FALSE(can_open(folder.file("link")))
+        << "share modes belong to the file, not to its names";
+    EXPECT_TRUE(CloseHandle(target));
+    EXPECT_TRUE(can_open(folder.file("link")));
+    EXPECT_FALSE(DeleteFileA(folder.file("link").c_str()));
+}
+
+TEST(PlatformFiles, NewFilesObeyTheUmaskAndStandWhereTheNameSays)
+{
+    const temp_folder folder;
+    child_process child([&](const child_line& line) {
+        line.step([&] { return chdir(folder.path().c_str()); });
+        line.step([] {
+            umask(027);
+            return CloseHandle(create_file("here"));
+        });
+    });
+    EXPECT_EQ(child.next(), 0);
+    EXPECT_TRUE(child.next());
+    struct stat facts = {};
+    ASSERT_EQ(stat(folder.file("here").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0640U);
+    EXPECT_EQ(names_in(folder.path()), 1U);
+}
+
+TEST(PlatformFiles, AFileThatCannotBeWrittenCanBeAskedForAndRead)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    set_file_bytes(name, "abc");
+    ASSERT_EQ(chmod(name.c_str(), 0444), 0);
+    ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
+    child_process child([&](const child_line& line) {
+        constexpr uid_t nobody = 65534;
+        if (geteuid() == 0 && setuid(nobody) != 0) return;
+        line.step([&] { return can_open(name); });
+        line.step([&] { return can_open(name, share::none, access::read_only); });
+        line.step([&] { return create_file(folder.file("b")) != no_file && geteuid() == nobody; });
+    });
+    EXPECT_FALSE(child.next());
+    EXPECT_TRUE(child.next());
+    EXPECT_FALSE(child.next()) << "in a folder that is another's";
+}
+
+TEST(PlatformFiles, DescriptorsStayAboveTheStandardStreamsAndCloseOnExec)
+{
+    const temp_folder folder;
+    child_process child([&](const child_line& line) {
+        for (const char* const name : {"before", "after"}) {
+            line.step([&] {
+                create_file(folder.file(name));
+                const int descriptor = descriptor_of(folder.file(name));
+                const int flags = fcntl(descriptor, F_GETFD);
+                for (const int stream : {0, 1, 2}) close(stream);
+                return descriptor > 2 && flags >= 0 && (flags & FD_CLOEXEC) != 0;
+            });
+        }
+    });
+    EXPECT_TRUE(child.next());
+    EXPECT_TRUE(child.next()) << "with all standard streams closed";
+}
+
+TEST(PlatformFiles, TheTableOfOpenFilesHasItsEndAndRecovers)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    std::vector<file_handle> files = {create_file(name)};
+    while (files.back() != no_file && files.size() < 1000) files.push_back(open_file(name));
+    files.pop_back();
+    EXPECT_EQ(files.size(), 256U);
+    EXPECT_TRUE(CloseHandle(files[100]));
+    EXPECT_EQ(open_file(name), files[100]);
+    for (const file_handle file : files) EXPECT_TRUE(CloseHandle(file));
+    EXPECT_EQ(descriptor_of(name), -1);
+}
+
+TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle file = create_file(name);
+    SetFilePointer(file, max_file_bytes - 1, origin::begin);
+    EXPECT_TRUE(put(file, "z"));
+    EXPECT_EQ(SetFilePointer(file, 0, origin::end), static_cast<uint32_t>(max_file_bytes));
+    EXPECT_FALSE(put(file, "z"));
+    ASSERT_EQ(truncate(name.c_str(), int64_t{max_file_bytes} + 1), 0) << "by somebody else";
+    SetFilePointer(file, 5, origin::begin);
+    EXPECT_EQ(SetFilePointer(file, 0, origin::end), invalid_position);
+    EXPECT_EQ(SetFilePointer(file, 0, origin::current), 5U);
+    EXPECT_TRUE(CloseHandle(file));
+}
+
+TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    child_process child([&](const child_line& line) {
+        rlimit limit = {4096, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const file_handle file = create_file(name);
+        line.step([&] { return put(file, std::string(4000, 'x')); });
+        line.step([&] { return put(file, std::string(97, 'y')); });
+        line.step([&] { return SetFilePointer(file, 0, origin::end); });
+        line.step([&] { return put(file, std::string(96, 'z')); });
+        line.step([&] {
+            limit.rlim_cur = 5000;
+            setrlimit(RLIMIT_FSIZE, &limit);
+            return put(file, "more");
+        });
+    });
+    EXPECT_TRUE(child.next()) << "below the limit";
+    EXPECT_FALSE(child.next()) << "across it";
+    EXPECT_EQ(child.next(), 4000) << "nothing of it was written";
+    EXPECT_TRUE(child.next()) << "up to it";
+    EXPECT_TRUE(child.next()) << "the limit was raised";
+    EXPECT_EQ(child.wait_for_end(), 0);
+}
+
+// What some file systems and systems lack.
+const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
+const refused_call no_proc_links = {SYS_linkat, ENOENT};
+const refused_call no_careful_rename = {SYS_renameat2, EINVAL};
+const refused_call no_folder_flush = {SYS_openat, EACCES, 2, O_DIRECTORY};
+const refused_call no_holes = {SYS_fallocate, EOPNOTSUPP};
+
+// A descriptor put in the place of another one, until the object goes.
+class swapped_descriptor {
+public:
+    swapped_descriptor(int place, const char* device) : place_(place), kept_(dup(place))
+    {
+        const int other = ::open(device, O_RDWR | O_CLOEXEC);
+        dup2(other, place);
+        close(other);
+    }
+    ~swapped_descriptor()
+    {
+        dup2(kept_, place_);
+        close(kept_);
+    }
+    swapped_descriptor(const swapped_descriptor&) = delete;
+    swapped_descriptor& operator=(const swapped_descriptor&) = delete;
+
+private:
+    int place_;
+    int kept_;
+};
+
+TEST(PlatformFailures, AFailedFlushStaysFailed)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    for (const bool flushed_before : {false, true}) {
+        const file_handle file = create_file(name);
+        EXPECT_TRUE(!flushed_before || FlushFileBuffers(file));
+        {
+            const swapped_descriptor spoilt(descriptor_of(name), "/dev/null");
+            EXPECT_FALSE(FlushFileBuffers(file));
+        }
+        EXPECT_FALSE(FlushFileBuffers(file)) << "though the system would now succeed";
+        EXPECT_TRUE(put(file, "x"));
+        EXPECT_TRUE(CloseHandle(file));
+        EXPECT_TRUE(CloseHandle(open_file(name)));
+        EXPECT_TRUE(DeleteFileA(name.c_str()));
+    }
+}
+
+TEST(PlatformFailures, AFullDiskIsAFailureWithNothingMoved)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle file = create_file(name);
+    {
+        const swapped_descriptor spoilt(descriptor_of(name), "/dev/full");
+        uint32_t moved = 9;
+        EXPECT_FALSE(WriteFile(file, "abc", 3, moved));
+        EXPECT_EQ(moved, 0U);
+        EXPECT_EQ(GetLastError(), static_cast<uint32_t>(ENOSPC));
+        EXPECT_EQ(SetFilePointer(file, 0, origin::current), 0U);
+    }
+    EXPECT_TRUE(put(file, "abc"));
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_EQ(file_bytes(name), "abc");
+}
+
+// 1 if all went as it should, -1 if the system doesn't let us refuse its calls.
+int64_t work_without(const temp_folder& folder, const std::vector<refused_call>& calls)
+{
+    if (!refuse_calls(calls)) return -1;
+    const std::string name = folder.file("a");
+    const std::string taken = folder.file("taken");
+    if (create_file(taken) != no_file || file_bytes(taken) != "kept") return 2;
+    const file_handle file = create_file(name, share::none);
+    if (file == no_file || can_open(name) || create_file(name) != no_file) return 3;
+    if (!put(file, std::string(40000, 'x')) || !FlushFileBuffers(file)) return 4;
+    if (!ZeroFileRange(file, 1000, 38000) || !CloseHandle(file)) return 5;
+    return file_bytes(name) ==
+           std::string(1000, 'x') + std::string(38000, '\0') + std::string(1000, 'x');
+}
+
+TEST(PlatformFailures, WhatASystemLacksIsDoneAnotherWay)
+{
+    const std::vector<refused_call> lacks[] = {
+        {no_nameless},
+        {no_proc_links},
+        {no_nameless, no_careful_rename},
+        {no_proc_links, no_careful_rename, no_holes},
+        {no_nameless, no_folder_flush, no_holes},
+    };
+    int line = 0;
+    for (const std::vector<refused_call>& calls : lacks) {
+        SCOPED_TRACE(line++);
+        const temp_folder folder;
+        set_file_bytes(folder.file("taken"), "kept");
+        child_process child([&](const child_line& to_parent) {
+            to_parent.step([&] { return work_without(folder, calls); });
+        });
+        const int64_t answer = child.next();
+        if (answer < 0) GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
+        EXPECT_EQ(answer, 1);
+        EXPECT_EQ(names_in(folder.path()), 2U) << "no other name was left behind";
+    }
+}
+
+// Each row: what fails, and which flush of a handle notices: the first one alone has to flush the
+// name.
+TEST(PlatformFailures, AFlushNoticesTheFailureOfEachOfItsParts)
+{
+    struct row {
+        std::vector<refused_call> calls;
+        bool first;
+        bool second;
+    };
+    const row rows[] = {
+        {{{SYS_fsync, EIO}}, false, false},
+        {{{SYS_fdatasync, EIO}}, true, false},
+        {{no_folder_flush, {SYS_syncfs, EIO}}, false, false},
+        {{{SYS_syncfs, EIO}}, true, true},
+    };
+    int number = 0;
+    for (const row& r : rows) {
+        SCOPED_TRACE(number++);
+        const temp_folder folder;
+        child_process child([&](const child_line& line) {
+            const file_handle file = create_file(folder.file("a"));
+            line.step([&] { return refuse_calls(r.calls); });
+            line.step([&] { return FlushFileBuffers(file); });
+            line.step([&] { return FlushFileBuffers(file); });
+        });
+        if (!child.next())
+            GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
+        EXPECT_EQ(child.next(), r.first);
+        EXPECT_EQ(child.next(), r.second);
+    }
+}
+
+TEST(PlatformFailures, LocksThatTheSystemCannotGiveAreRefusals)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    set_file_bytes(name, "abc");
+    child_process child([&](const child_line& line) {
+        const file_handle file = open_file(name);
+        line.step([&] { return refuse_calls({{SYS_fcntl, ENOLCK, 1, F_OFD_SETLK}}); });
+        line.step([&] { return LockFile(file, 0, 1); });
+        line.step([&] { return can_open(name); });
+        line.step([&] { return create_file(folder.file("b")); });
+    });
+    if (!child.next()) GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
+    EXPECT_FALSE(child.next());
+    EXPECT_FALSE(child.next());
+    EXPECT_EQ(child.next(), no_file);
+    EXPECT_EQ(names_in(folder.path()), 1U) << "a file that can't be locked is not left behind";
+    EXPECT_EQ(file_bytes(name), "abc");
+}
+
+} // namespace
+} // namespace tarsil::platform

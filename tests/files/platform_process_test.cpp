@@ -1,0 +1,172 @@
+// What the platform promises between processes, beyond the contract suite: share modes and ranges
+// against another process, its death, forks, and races for a name.
+#include "platform/platform.h"
+#include "tests/support/child_process.h"
+#include "tests/support/platform_files.h"
+#include "tests/support/refused_calls.h"
+#include "tests/support/temp_folder.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <vector>
+
+namespace tarsil::platform {
+namespace {
+
+using namespace support;
+
+const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
+
+TEST(PlatformProcesses, ShareModesAndRangesHoldBetweenProcesses)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle mine = create_file(name);
+    file_handle theirs = no_file;
+    child_process other([&](const child_line& line) {
+        line.step([&] { return can_open(name, share::none); });
+        line.step([&] { return can_open(name, share::none, access::read_only); });
+        line.step([&] { return (theirs = open_file(name)) != no_file; });
+        line.step([&] { return LockFile(theirs, 0x7ffffff0, 15); });
+        line.step([&] { return LockFile(theirs, 10, 10); });
+        line.step([&] { return LockFile(theirs, 10, 10); });
+        line.step([&] { return CloseHandle(theirs); });
+        line.step([&] { return (theirs = open_file(name, share::none)) != no_file; });
+        line.step([] { return true; });
+    });
+    EXPECT_FALSE(other.next()) << "alone beside a sharer";
+    EXPECT_FALSE(other.next()) << "the question whether it could be had alone";
+    EXPECT_TRUE(other.next()) << "shared beside a sharer";
+    ASSERT_TRUE(LockFile(mine, 0, max_file_bytes)) << "over the end of the empty file";
+    EXPECT_FALSE(other.next()) << "a range far behind the end, under a lock of the whole file";
+    EXPECT_FALSE(other.next());
+    ASSERT_TRUE(UnlockFile(mine, 0, max_file_bytes));
+    EXPECT_TRUE(other.next());
+    EXPECT_FALSE(LockFile(mine, 19, 1));
+    EXPECT_FALSE(can_open(name, share::none));
+    EXPECT_TRUE(other.next()) << "close";
+    EXPECT_TRUE(LockFile(mine, 0, max_file_bytes)) << "a close ends all locks";
+    EXPECT_TRUE(CloseHandle(mine));
+    EXPECT_TRUE(other.next()) << "alone, once nobody has it open";
+    EXPECT_FALSE(can_open(name));
+    EXPECT_FALSE(can_open(name, share::none, access::read_only));
+    EXPECT_FALSE(DeleteFileA(name.c_str()));
+    EXPECT_TRUE(other.next());
+    EXPECT_EQ(other.wait_for_end(), 0);
+    EXPECT_TRUE(can_open(name, share::none)) << "the end of a process is a close";
+}
+
+TEST(PlatformProcesses, AKilledProcessHoldsNothing)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    ASSERT_TRUE(CloseHandle(create_file(name)));
+    child_process other([&](const child_line& line) {
+        const file_handle theirs = open_file(name);
+        line.step([&] { return LockFile(theirs, 0, 100); });
+        line.receive();
+    });
+    ASSERT_TRUE(other.next());
+    const file_handle mine = open_file(name);
+    ASSERT_FALSE(LockFile(mine, 50, 1));
+    other.kill();
+    EXPECT_TRUE(LockFile(mine, 0, 100));
+    EXPECT_TRUE(CloseHandle(mine));
+    EXPECT_TRUE(can_open(name, share::none));
+}
+
+TEST(PlatformForks, TheChildsHandlesAreDeadAndTheParentsLocksStand)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const std::string later = folder.file("later");
+    const file_handle mine = create_file(name);
+    ASSERT_TRUE(put(mine, "abc"));
+    ASSERT_TRUE(LockFile(mine, 0, 10));
+    child_process child([&](const child_line& line) {
+        line.step([&] { return descriptor_of(name); });
+        line.step([&] { return put(mine, "x"); });
+        line.step([&] { return SetFilePointer(mine, 0, origin::current) == invalid_position; });
+        line.step([&] { return UnlockFile(mine, 0, 10); });
+        line.step([&] { return create_file(later) != mine; });
+        line.step([&] { return CloseHandle(mine); });
+        line.step([&] { return open_file(name) == mine; });
+    });
+    EXPECT_EQ(child.next(), -1) << "the descriptor is closed";
+    EXPECT_FALSE(child.next()) << "write";
+    EXPECT_TRUE(child.next()) << "position";
+    EXPECT_FALSE(child.next()) << "unlock";
+    EXPECT_TRUE(child.next()) << "the number of a dead handle isn't used again";
+    EXPECT_FALSE(child.next()) << "close";
+    EXPECT_TRUE(child.next()) << "until it has been closed";
+    EXPECT_EQ(child.wait_for_end(), 0);
+
+    const file_handle second = open_file(name);
+    EXPECT_FALSE(LockFile(second, 0, 1)) << "the parent's lock stands after the child's end";
+    EXPECT_TRUE(UnlockFile(mine, 0, 10));
+    EXPECT_TRUE(CloseHandle(mine));
+    EXPECT_TRUE(CloseHandle(second));
+    EXPECT_EQ(file_bytes(name), "abc");
+}
+
+// vfork runs no handlers, so until its exec the child has the parent's very descriptors.
+TEST(PlatformForks, ACloseEndsTheLocksAlsoWhileACopyOfTheDescriptorLives)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle mine = create_file(name, share::none);
+    ASSERT_TRUE(LockFile(mine, 0, 10));
+    const int copy = dup(descriptor_of(name));
+    ASSERT_GE(copy, 0);
+    EXPECT_TRUE(CloseHandle(mine));
+    const file_handle second = open_file(name, share::none);
+    EXPECT_TRUE(LockFile(second, 0, 10));
+    EXPECT_TRUE(CloseHandle(second));
+    close(copy);
+}
+
+// The other process opens the name as fast as it can while files are created, unnamed and closed
+// under it. All of them are had alone, so one success would be a file seen before its lock, or a
+// lock on a file that lost its name.
+TEST(PlatformRaces, NoNewFileIsEverSeenUnlocked)
+{
+    const std::vector<refused_call> ways[] = {{}, {no_nameless}};
+    for (const std::vector<refused_call>& refused : ways) {
+        const temp_folder folder;
+        const std::string name = folder.file("a");
+        child_process opener([&](const child_line& line) {
+            int64_t tries = 0;
+            int64_t seen = 0;
+            line.step([] { return 0; });
+            for (; !line.is_waiting(); ++tries) seen += can_open(name) ? 1 : 0;
+            line.step([&] { return seen; });
+            line.step([&] { return tries; });
+        });
+        child_process creator([&](const child_line& line) {
+            line.step([&] { return refuse_calls(refused); });
+            line.step([&] {
+                constexpr int rounds = 5000;
+                int done = 0;
+                for (int i = 0; i < rounds; ++i) {
+                    const file_handle file = create_file(name, share::none);
+                    if (file == no_file) return done;
+                    unlink(name.c_str());
+                    CloseHandle(file);
+                    ++done;
+                }
+                return done;
+            });
+        });
+        if (!creator.next())
+            GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
+        opener.next();
+        EXPECT_EQ(creator.next(), 5000);
+        EXPECT_EQ(opener.next(), 0) << "opens of files that another process had alone";
+        EXPECT_GT(opener.next(), 1000);
+    }
+}
+
+} // namespace
+} // namespace tarsil::platform

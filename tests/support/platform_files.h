@@ -1,0 +1,58 @@
+// Short names for what tests of real files do with the platform all the time.
+#pragma once
+
+#include "platform/platform.h"
+
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+
+namespace tarsil::support {
+
+using namespace platform;
+
+inline file_handle open_file(const std::string& name, share mode = share::read_write,
+                             access wanted = access::read_write)
+{
+    return CreateFileA(name.c_str(), wanted, mode, disposition::open_existing);
+}
+
+inline file_handle create_file(const std::string& name, share mode = share::read_write)
+{
+    return CreateFileA(name.c_str(), access::read_write, mode, disposition::create_new);
+}
+
+inline bool can_open(const std::string& name, share mode = share::read_write,
+                     access wanted = access::read_write)
+{
+    return CloseHandle(open_file(name, mode, wanted));
+}
+
+inline bool put(file_handle file, const std::string& bytes)
+{
+    uint32_t moved = 0;
+    return WriteFile(file, bytes.data(), static_cast<uint32_t>(bytes.size()), moved) &&
+           moved == bytes.size();
+}
+
+inline size_t names_in(const std::string& folder)
+{
+    const std::filesystem::directory_iterator all(folder);
+    return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+// The descriptor under which this process has the file open, for tests that spoil it; -1 if there
+// is none.
+inline int descriptor_of(const std::string& name)
+{
+    struct stat wanted = {};
+    struct stat found = {};
+    if (stat(name.c_str(), &wanted) != 0) return -1;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        if (fstat(descriptor, &found) != 0) continue;
+        if (found.st_ino == wanted.st_ino && found.st_dev == wanted.st_dev) return descriptor;
+    }
+    return -1;
+}
+
+} // namespace tarsil::support
