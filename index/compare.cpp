@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace tarsil {
 
@@ -78,12 +79,33 @@ int32_t deciding_bytes(const unsigned char* search, int32_t length)
     return length;
 }
 
+// Bytes of a string as one number with the order of the string: the first byte is the highest, and
+// turned sign bits make signed bytes compare as unsigned ones.
+constexpr int32_t word_bytes = 8;
+
+uint64_t load_word(const unsigned char* place)
+{
+    return __builtin_bswap64(load<uint64_t>(place)) ^ 0x8080808080808080U;
+}
+
+outcome compare_words(uint64_t search, uint64_t entry)
+{
+    if (search == entry) return outcome::equal;
+    return search < entry ? outcome::before : outcome::behind;
+}
+
 struct string_field {
     const unsigned char* search;
     int32_t bytes;
 
     bool is_behind(const unsigned char* entry) const { return compare(entry) == outcome::behind; }
     outcome compare(const unsigned char* entry) const
+    {
+        return bytes < word_bytes ? compare_bytewise(entry) : compare_wordwise(entry);
+    }
+
+private:
+    outcome compare_bytewise(const unsigned char* entry) const
     {
         for (int32_t i = 0; i < bytes; ++i) {
             if (search[i] == entry[i]) continue;
@@ -93,45 +115,62 @@ struct string_field {
         }
         return outcome::equal;
     }
+    outcome compare_wordwise(const unsigned char* entry) const
+    {
+        const int32_t last = bytes - word_bytes; // this word may begin within the one before it
+        for (int32_t i = 0;; i += word_bytes) {
+            const int32_t place = std::min(i, last);
+            const outcome result = compare_words(load_word(search + place),
+                                                 load_word(entry + place));
+            if (result != outcome::equal || place == last) return result;
+        }
+    }
 };
 
-// The first bytes of a string as one number with the order of the string: the first byte is the
-// highest, and turned sign bits make signed bytes compare as unsigned ones. What lies behind the
-// end of the search value is masked out.
-constexpr int32_t head_bytes = 8;
-
-uint64_t load_head(const unsigned char* place)
-{
-    uint64_t head = 0;
-    for (int32_t i = 0; i < head_bytes; ++i) head = head << 8 | place[i];
-    return head ^ 0x8080808080808080U;
-}
-
-struct headed_string_field {
-    uint64_t head;
+// A word of a search value, and where it stands. What lies behind the end of a value shorter than
+// the word is masked out.
+struct search_word {
+    uint64_t value;
     uint64_t mask;
-    string_field rest; // behind the head
+    int32_t place;
+
+    uint64_t of(const unsigned char* entry) const { return load_word(entry + place) & mask; }
+};
+
+// The same with the first two words of the search value at hand, which tell nearly always.
+struct headed_string_field {
+    search_word first;
+    search_word second; // may begin within the first; of a value of one word it is no bytes
+    string_field whole;
 
     bool is_behind(const unsigned char* entry) const
     {
-        const uint64_t value = load_head(entry) & mask;
-        return head > value || (head == value && rest.is_behind(entry + head_bytes));
+        const uint64_t one = first.of(entry);
+        const uint64_t two = second.of(entry);
+        const int32_t equal = int32_t{first.value == one};
+        const int32_t behind = int32_t{first.value > one} | (equal & int32_t{second.value > two});
+        const int32_t open = equal & int32_t{second.value == two};
+        return behind != 0 || (open != 0 && whole.bytes > 2 * word_bytes && whole.is_behind(entry));
     }
     outcome compare(const unsigned char* entry) const
     {
-        const uint64_t value = load_head(entry) & mask;
-        if (head != value) return head < value ? outcome::before : outcome::behind;
-        return rest.compare(entry + head_bytes);
+        const outcome result = compare_words(first.value, first.of(entry));
+        if (result != outcome::equal || whole.bytes <= word_bytes) return result;
+        return whole.compare(entry);
     }
 };
 
 headed_string_field with_head(const string_field& whole)
 {
-    const int32_t in_head = std::min(whole.bytes, head_bytes);
-    unsigned char first[head_bytes] = {};
-    std::copy_n(whole.search, in_head, first);
-    const uint64_t mask = ~uint64_t{0} << (8 * (head_bytes - in_head));
-    return {load_head(first) & mask, mask, {whole.search + in_head, whole.bytes - in_head}};
+    unsigned char start[word_bytes] = {};
+    const int32_t in_start = std::min(whole.bytes, word_bytes);
+    std::copy_n(whole.search, in_start, start);
+    const uint64_t mask = ~uint64_t{0} << (8 * (word_bytes - in_start));
+    const search_word first = {load_word(start) & mask, mask, 0};
+    if (whole.bytes <= word_bytes) return {first, {0, 0, 0}, whole};
+
+    const int32_t place = std::min(word_bytes, whole.bytes - word_bytes);
+    return {first, {load_word(whole.search + place), ~uint64_t{0}, place}, whole};
 }
 
 // A letter that is none of the ten tells nothing, so it decides nothing.
@@ -228,12 +267,12 @@ private:
 
 constexpr int32_t block_entries = 8;
 
-template <class kind>
-bool is_behind_block(const kind& first, const unsigned char* entry, int32_t stride)
+// Looks at every entry of the block, so that none waits for the answer of the one before it.
+template <class kind, int32_t... place>
+bool is_behind_block(const kind& first, const unsigned char* entry, ptrdiff_t stride,
+                     std::integer_sequence<int32_t, place...>)
 {
-    bool behind = true;
-    for (int32_t i = 0; i < block_entries; ++i, entry += stride) behind &= first.is_behind(entry);
-    return behind;
+    return (int32_t{first.is_behind(entry + place * stride)} & ...) != 0;
 }
 
 struct entry_run {
@@ -245,10 +284,12 @@ struct entry_run {
 template <class kind>
 scan_result scan(const entry_run& run, const kind& first, tie_break& ties, int32_t& position)
 {
+    constexpr std::make_integer_sequence<int32_t, block_entries> block_places;
     const unsigned char* entry = run.entries;
     for (position = 0; position < run.count;) {
         const int32_t stop = std::min(position + block_entries, run.count);
-        if (stop - position == block_entries && is_behind_block(first, entry, run.stride)) {
+        if (stop - position == block_entries &&
+            is_behind_block(first, entry, run.stride, block_places)) {
             position = stop;
             entry += ptrdiff_t{block_entries} * run.stride;
             continue;
@@ -276,7 +317,7 @@ scan_result node_scan(const key_record& key, const unsigned char* entries,
     tie_break ties(key, search_key, with_record_offset);
 
     // A head reads so many bytes of an entry, whatever the length of its first field.
-    if (first.type == 's' && first.bytes > 0 && key.entry_key_bytes >= head_bytes)
+    if (first.type == 's' && first.bytes > 0 && key.entry_key_bytes >= word_bytes)
         return scan(run, with_head({first.search, first.bytes}), ties, position);
     return with_kind(first, [&](const auto& kind) { return scan(run, kind, ties, position); });
 }
