@@ -81,7 +81,6 @@ int32_t take_header(held_range& bracket, int32_t data_handle)
 
 int32_t read_mark(int32_t data_handle, found_record& found)
 {
-    if (!may_be_frame(data_handle, found.offset)) return TS_FRAME_READ_POSITION;
     int32_t length = 0;
     return read_frame(data_handle, found.offset, length, found.deleted);
 }
@@ -173,6 +172,7 @@ int32_t change_record(const operation& op, const record_name& name, const found_
                       int32_t& mark_code)
 {
     data_slot& slot = data_slots[name.id.data_handle];
+    if (!may_be_frame(name.id.data_handle, found.offset)) return op.unreachable;
     if (!move_to(slot.file, found.offset)) return op.unreachable;
     mark_code = write_locked(name.id.data_handle, &op.mark, sizeof op.mark);
     if (op.how == named_by::number) {

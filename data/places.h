@@ -1,8 +1,9 @@
-// Where frames can stand: a test of offsets that an index told, before anything is written there.
+// Where frames can stand: a test of offsets from damaged files, before anything is written there.
 //
-// An entry of a damaged index can name any offset. Reads come to no harm from that, but a mark or a
-// record written over the header or across two records would damage a sound data file. What the
-// test uses never changes in the life of a file, so that it holds for a mirror of any age.
+// An entry of a damaged index can name any offset, and a damaged header any first record. Reads
+// come to no harm from that, but a mark or a record written over the header or across two records
+// would damage what was sound. What the test uses never changes in the life of a file, so that it
+// holds for a mirror of any age.
 #pragma once
 
 #include "core/tables.h"

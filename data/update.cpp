@@ -94,7 +94,6 @@ int32_t find_record(const operation& op, const request& asked, index_bracket& br
     case named_by::cursor: code = find_at_cursor(asked, bracket, stored); break;
     }
     if (code != TS_OK) return code;
-    if (!may_be_frame(data_handle, stored.offset)) return TS_FRAME_READ_POSITION;
     return read_frame(data_handle, stored.offset, stored.length, asked.deleted);
 }
 
@@ -204,6 +203,7 @@ int32_t rewrite(const operation& op, const request& asked, const stored_record& 
 {
     const int32_t data_handle = asked.id.data_handle;
     if (asked.deleted == 1) return op.refused;
+    if (!may_be_frame(data_handle, stored.offset)) return TS_RECORD_WRITE_POSITION;
     const int32_t code = write_record(data_handle, asked.record, asked.length, stored.offset);
     if (code != TS_OK) return code;
     if (op.how == named_by::number) {
