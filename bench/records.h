@@ -42,7 +42,7 @@ inline record make_record(int32_t id)
         made.name[i] = static_cast<char>('a' + (mix >> 40) % 26);
     }
     made.id = id;
-    made.amount = static_cast<double>(mix % 1000000) / 100.0;
+    made.amount = static_cast<double>(static_cast<uint32_t>(id) * 2654435761U); // no two alike
     made.group = static_cast<int32_t>(mix % 1000);
     std::memset(made.payload, 'x', sizeof made.payload);
     return made;
