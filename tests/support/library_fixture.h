@@ -1,0 +1,127 @@
+// The library started on the simulated platform, and what every test of it promises at its end: no
+// range is left in the lock table or on the platform, no file stays open behind the slots, no block
+// of memory outlives tsfree32.
+//
+// begin() and finish() stand for one run of the library; SetUp and TearDown call them, and so does
+// a sweep over failures, once for each call that fails.
+#pragma once
+
+#include "core/tables.h"
+#include "core/validators.h"
+#include "multiuser/range_lock.h"
+#include "tests/sim/sim.h"
+
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace tarsil::support {
+
+enum class mode : uint8_t { single, write_through, shared, shared_write_through };
+inline constexpr mode all_modes[] = {mode::single, mode::write_through, mode::shared,
+                                     mode::shared_write_through};
+
+inline void switch_to(mode wanted)
+{
+    const bool shared = wanted == mode::shared || wanted == mode::shared_write_through;
+    const bool through = wanted == mode::write_through || wanted == mode::shared_write_through;
+    if (shared) { ASSERT_EQ(tsmuser32('y'), TS_OK); }
+    ASSERT_EQ(tsautoup32(through ? 'y' : 'n'), TS_OK);
+}
+
+class Library : public testing::Test {
+protected:
+    void SetUp() override { begin(); }
+    void TearDown() override { finish(); }
+
+    static void begin()
+    {
+        sim::reset();
+        std::memset(static_cast<void*>(data_slots), 0, sizeof data_slots);
+        ASSERT_EQ(tsinit32(), TS_STARTED);
+    }
+
+    static void finish()
+    {
+        sim::clear_fault();
+        EXPECT_EQ(sim::held_ranges(), 0U);
+        for (int32_t i = 0;
+             lock_table != nullptr && i < TS_MAX_DATA_FILES * files_per_slot * row_entries; ++i)
+            EXPECT_EQ(lock_table[i].offset, no_offset) << "entry " << i;
+        for (int32_t handle = 0; handle < TS_MAX_DATA_FILES; ++handle) {
+            const char status = data_slots[handle].status;
+            if (status == slot_clean || status == slot_dirty) {
+                EXPECT_EQ(tsclosed32(handle), TS_OK);
+            }
+        }
+        EXPECT_EQ(sim::open_handles(), 0U);
+        tsfree32();
+        EXPECT_EQ(sim::live_blocks(), 0U);
+    }
+
+    // Runs prepare, then operation with its n-th platform call among `kinds` failing, then check
+    // with the code; for n = 1, 2, 3 ... up to the first run in which no call failed, whose code
+    // must be `success`. Positions fail in a sweep of their own: where the release of a range falls
+    // over one, the range rightly stays in the table.
+    static void sweep(const std::function<void()>& prepare,
+                      const std::function<int32_t()>& operation,
+                      const std::function<void(int32_t)>& check, int32_t success = TS_OK,
+                      sim::kinds kinds = all_but_position)
+    {
+        bool done = false;
+        for (uint64_t n = 1; !done && n < 2000; ++n) {
+            SCOPED_TRACE("failing call " + std::to_string(n));
+            finish();
+            begin();
+            prepare();
+            sim::plan({.at = n, .where = kinds});
+            const int32_t code = operation();
+            done = sim::faults_met() == 0;
+            sim::clear_fault();
+            check(code);
+            if (done) { EXPECT_EQ(code, success); }
+            if (kinds == sim::only(sim::call::position)) release_ranges();
+            if (HasFailure()) return;
+        }
+        EXPECT_TRUE(done);
+    }
+
+    static constexpr sim::kinds all_but_position = sim::any_kind & ~sim::only(sim::call::position);
+
+    static void release_ranges()
+    {
+        for (int32_t handle = 0; is_shared() && handle < TS_MAX_DATA_FILES; ++handle) {
+            if (check_data_slot(handle) != TS_OK) continue;
+            EXPECT_GE(tsulalld32(handle), 0);
+            for (int32_t index = 0; index < TS_MAX_INDEX_FILES; ++index) {
+                if (data_slots[handle].indexes[index] != nullptr) {
+                    EXPECT_GE(tsulalli32(handle, index), 0);
+                }
+            }
+        }
+    }
+};
+
+// The bytes of numbers and frames, as they stand in files.
+inline std::string i32(int32_t value)
+{
+    std::string bytes(4, 0);
+    std::memcpy(bytes.data(), &value, 4);
+    return bytes;
+}
+
+inline std::string frame(const std::string& body, char mark = ' ')
+{
+    return std::string{mark, 0, 0, 0} + i32(static_cast<int32_t>(body.size())) + body;
+}
+
+// A data file without fields.
+inline std::string data_file(int32_t records, int32_t deleted, int32_t record_length,
+                             int32_t end_offset, const std::string& frames = {})
+{
+    return "*TSD" + i32(records) + i32(deleted) + i32(record_length) + i32(end_offset) + i32(0) +
+           i32(0) + frames;
+}
+
+} // namespace tarsil::support
