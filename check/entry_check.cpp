@@ -13,7 +13,7 @@ constexpr int32_t none_differs = -1;
 // Keys hold zeros where their definition reaches beyond the record.
 unsigned char byte_or_zero(byte_span body, int64_t at)
 {
-    return at < std::ssize(body) ? body[static_cast<size_t>(at)] : 0;
+    return at >= 0 && at < std::ssize(body) ? body[static_cast<size_t>(at)] : 0;
 }
 
 // An update in place keeps the entry when only bytes behind the end of a string have changed. A
