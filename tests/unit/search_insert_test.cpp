@@ -1,0 +1,360 @@
+// Search and insertion on single trees: the nodes that splits leave, the order in which they are
+// written, and what happens when a tree, a file or the platform gives out. Entries are put in
+// without records behind them, so that record offsets are what a case wants.
+#include "check/index_check.h"
+#include "index/index_memory.h"
+#include "index/insert.h"
+#include "index/search.h"
+#include "tests/support/library_fixture.h"
+
+#include <gmock/gmock.h>
+#include <random>
+#include <vector>
+
+using namespace tarsil;
+using support::i32;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+namespace {
+
+constexpr key_id the_key = {0, 0, 0};
+constexpr int32_t small_node = 56; // of order 2
+key_slot& slot() { return key_of(the_key); }
+
+// A new index with one key of one 'l' field.
+void create(uint32_t order, char cursor = 'y')
+{
+    key_definition definition = {};
+    definition.cursor = cursor;
+    definition.order = order;
+    definition.field_count = 1;
+    definition.types[0] = 'l';
+    ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
+    ASSERT_EQ(tscrind32(0, "i", 1, &definition), 0);
+}
+
+int32_t insert(int32_t value, int32_t record)
+{
+    const std::string image = i32(value);
+    return tree_insert(the_key, {reinterpret_cast<const unsigned char*>(image.data()), 4}, record);
+}
+
+int32_t search(int32_t value, int32_t record, char mode, search_end& end)
+{
+    const std::string image = i32(value);
+    return tree_search_record(the_key, {reinterpret_cast<const unsigned char*>(image.data()), 4},
+                              record, mode, end);
+}
+
+// Values in the order given, their records at 100, 200 and so on.
+void insert_all(const std::vector<int32_t>& values)
+{
+    int32_t record = 0;
+    for (const int32_t value : values) ASSERT_EQ(insert(value, record += 100), TS_OK);
+}
+
+std::vector<int32_t> path() { return {path_stack, path_stack + path_length()}; }
+
+const unsigned char* bytes_at(const std::string& content, int32_t offset)
+{
+    return reinterpret_cast<const unsigned char*>(content.data()) + offset;
+}
+
+check::index_report check_tree()
+{
+    const std::string content = sim::bytes("i");
+    return check::check_index_image({bytes_at(content, 0), content.size()}, {});
+}
+
+// All nodes by offset, in words: "2216 l 1@100 2@200", or "2328 b >2216 2@200 >2272", where ">" is
+// a child and "@" a record.
+std::vector<std::string> nodes_of_file()
+{
+    const key_record& key = slot().key_record;
+    const std::string content = sim::bytes("i");
+    std::vector<std::string> nodes;
+    for (auto at = first_node_offset; at < static_cast<int32_t>(content.size()); at += small_node) {
+        const unsigned char* node = bytes_at(content, at);
+        std::string words = std::to_string(at) + " " + node_type(key, node);
+        for (int32_t i = 0; i <= entry_count(key, node); ++i) {
+            const unsigned char* entry = entry_at(key, node, i);
+            if (!is_leaf(key, node)) words += " >" + std::to_string(entry_link(entry));
+            if (i == entry_count(key, node)) break;
+            words += " " + std::to_string(load_i32(packed_key(entry))) + "@" +
+                     std::to_string(entry_record(key, entry));
+        }
+        nodes.push_back(words);
+    }
+    return nodes;
+}
+
+// The offsets that a deed reads from, as negative numbers, and writes to.
+template <class Deed> std::vector<int64_t> transfers_of(const Deed& deed)
+{
+    sim::start_recording();
+    deed();
+    std::vector<int64_t> offsets;
+    for (const sim::logged& call : sim::log()) {
+        if (call.kind == sim::call::write) offsets.push_back(call.offset);
+        if (call.kind == sim::call::read) offsets.push_back(-call.offset);
+    }
+    return offsets;
+}
+
+const std::vector<int32_t> ten_to_hundred = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
+
+using Tree = support::Library;
+
+TEST_F(Tree, SplitsLeaveTheseNodesAndTheCursorOnTheNewEntry)
+{
+    const struct {
+        std::vector<int32_t> values;
+        std::vector<std::string> nodes;
+        std::vector<int32_t> path;
+        int32_t position;
+    } cases[] = {
+        {{1, 2, 3, 4}, {"2216 l 1@100 2@200 3@300 4@400"}, {}, 3},
+        {{1, 2, 3, 4, 5},
+         {"2216 l 1@100 2@200 3@300", "2272 l 4@400 5@500", "2328 b >2216 3@300 >2272"},
+         {2328},
+         1},
+        {{10, 20, 30, 40, 15},
+         {"2216 l 10@100 15@500 20@200", "2272 l 30@300 40@400", "2328 b >2216 20@200 >2272"},
+         {2328},
+         1},
+        // Equal values keep falling record offsets over the boundary.
+        {{7, 7, 7, 7, 7},
+         {"2216 l 7@500 7@400 7@300", "2272 l 7@200 7@100", "2328 b >2216 7@300 >2272"},
+         {2328},
+         0},
+        {ten_to_hundred,
+         {"2216 l 10@100 20@200 30@300", "2272 l 40@400 50@500 60@600",
+          "2328 b >2216 30@300 >2272 60@600 >2384", "2384 l 70@700 80@800 90@900 100@1000"},
+         {2328},
+         3},
+        // A root with two separators is full; the way to the new entry leads through its right
+        // half, and in the last case through the left one.
+        {{10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110},
+         {"2216 l 10@100 20@200 30@300", "2272 l 40@400 50@500 60@600",
+          "2328 b >2216 30@300 >2272 60@600 >-1", "2384 l 70@700 80@800 90@900",
+          "2440 l 100@1000 110@1100", "2496 b >2384 90@900 >2440", "2552 b >2328 60@600 >2496"},
+         {2496, 2552},
+         1},
+        {{100, 90, 80, 70, 60, 50, 40, 30, 20},
+         {"2216 l 20@900 30@800 40@700", "2272 l 90@200 100@100",
+          "2328 b >2216 40@700 >2440 60@500 >-1", "2384 l 70@400 80@300", "2440 l 50@600 60@500",
+          "2496 b >2384 80@300 >2272", "2552 b >2328 60@500 >2496"},
+         {2328, 2552},
+         0},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::PrintToString(each.values));
+        finish();
+        begin();
+        create(2);
+        insert_all(each.values);
+        EXPECT_THAT(nodes_of_file(), ElementsAreArray(each.nodes));
+        EXPECT_TRUE(check_tree().is_sound());
+        EXPECT_EQ(index_of(the_key).end_offset,
+                  first_node_offset + small_node * static_cast<int32_t>(each.nodes.size()));
+        EXPECT_EQ(path(), each.path);
+        EXPECT_TRUE(std::equal(path_stack, path_stack + path_length() + 1, slot().saved_path));
+        EXPECT_EQ(slot().position, each.position);
+        const unsigned char* entry = entry_at(slot().key_record, slot().work_node, each.position);
+        EXPECT_EQ(load_i32(packed_key(entry)), each.values.back());
+    }
+}
+
+TEST_F(Tree, ASplitWritesLeftThenRightThenParentThenKeyRecords)
+{
+    create(2);
+    insert_all({10, 20, 30, 40, 50, 60, 70});
+    // Search, left leaf, right leaf, key records; parent; at the end the leaf with the entry.
+    EXPECT_THAT(transfers_of([] { EXPECT_EQ(insert(80, 800), TS_OK); }),
+                ElementsAre(-2272, 2272, 2384, 8, -2328, 2328, -2384));
+    EXPECT_THAT(transfers_of([] { EXPECT_EQ(insert(90, 900), TS_OK); }), ElementsAre(-2384, 2384));
+    EXPECT_EQ(insert(100, 1000), TS_OK);
+    // Leaves, branches and the new root, each with the key records behind it.
+    EXPECT_THAT(transfers_of([] { EXPECT_EQ(insert(110, 1100), TS_OK); }),
+                ElementsAre(-2384, 2384, 2440, 8, -2328, 2328, 2496, 8, 2552, 8, -2440));
+}
+
+TEST_F(Tree, SearchesEndWhereTheModeSays)
+{
+    create(2, 'n');
+    search_end end;
+    const auto search_empty = [&] { EXPECT_EQ(search(1, 0, nearest_to_value, end), -1); };
+    EXPECT_THAT(transfers_of(search_empty), ElementsAre());
+    EXPECT_THAT((std::vector{end.node_offset, end.position, end.count, path_length()}),
+                ElementsAre(2216, 0, 0, 0));
+
+    insert_all({10, 20, 30, 40, 50, 60, 70, 30, 30});
+    ASSERT_THAT(nodes_of_file(),
+                ElementsAre("2216 l 10@100 20@200 30@900", "2272 l 40@400 50@500 60@600 70@700",
+                            "2328 b >2216 30@900 >2384 30@300 >2272", "2384 l 30@800 30@300"));
+    const struct {
+        int32_t value, record;
+        char mode;
+        int32_t result, leaf, position;
+    } cases[] = {
+        {30, 0, fields_of_record, TS_OK, 2216, 2}, // the leftmost of equal ones
+        {30, 900, exact_record, TS_OK, 2216, 2},
+        {30, 800, exact_record, TS_OK, 2384, 0},
+        {30, 300, exact_record, TS_OK, 2384, 1},
+        {30, 500, exact_record, not_in_leaf, 2384, 1},
+        {25, 0, fields_of_record, not_in_leaf, 2216, 2},
+        {25, 0, nearest_to_value, next_is_behind, 2216, 2},
+        {35, 0, nearest_to_value, next_is_behind, 2272, 0},
+        {80, 0, nearest_to_value, not_in_leaf, 2272, 3}, // the last entry
+        {80, 0, fields_of_record, not_in_leaf, 2272, 4},
+    };
+    slot().position = 77;
+    for (const auto& each : cases) {
+        SCOPED_TRACE(testing::Message() << each.value << " in mode " << each.mode);
+        EXPECT_EQ(search(each.value, each.record, each.mode, end), each.result);
+        EXPECT_EQ(end.node_offset, each.leaf);
+        EXPECT_EQ(end.position, each.position);
+        EXPECT_EQ(slot().position, 77);
+    }
+}
+
+TEST_F(Tree, ManyInsertionsLeaveASoundTreeAndTheWayToEachEntry)
+{
+    for (const uint32_t order : {2U, 3U, 10U, 0U}) {
+        for (const int32_t pattern : {0, 1, 2, 3}) {
+            SCOPED_TRACE(testing::Message() << "order " << order << ", pattern " << pattern);
+            finish();
+            begin();
+            create(order);
+            std::mt19937 random(order);
+            for (int32_t i = 0; i < 800; ++i) {
+                const int32_t values[] = {i, -i, static_cast<int32_t>(random()), // and often equal
+                                          static_cast<int32_t>(random() % 20)};
+                ASSERT_EQ(insert(values[pattern], i + 100), TS_OK);
+                search_end end;
+                const std::vector<int32_t> way = path();
+                ASSERT_EQ(search(values[pattern], i + 100, exact_record, end), TS_OK);
+                ASSERT_EQ(end.position, slot().position);
+                ASSERT_EQ(path(), way);
+            }
+            const check::index_report report = check_tree();
+            EXPECT_TRUE(report.is_sound());
+            EXPECT_EQ(report.keys[0].entries, 800);
+            EXPECT_EQ(report.unreached_bytes, 0);
+        }
+    }
+}
+
+// With order 2, falling values give a tree another level every few insertions.
+TEST_F(Tree, ATreeDeeperThanThePathIsRefusedBeforeAnythingIsWritten)
+{
+    create(2);
+    int32_t value = 10000;
+    std::string before;
+    do {
+        before = sim::bytes("i");
+        --value;
+    } while (insert(value, 100) == TS_OK && value > 0);
+    EXPECT_EQ(insert(value, 100), TS_TREE_TOO_DEEP);
+    EXPECT_EQ(path_length(), path_words - 1);
+    EXPECT_TRUE(sim::bytes("i") == before);
+    // Where the parents of a full leaf have room, the tree still takes entries.
+    for (const int32_t high : {20000, 20001, 20002}) EXPECT_EQ(insert(high, 100), TS_OK);
+    const check::index_report report = check_tree();
+    EXPECT_TRUE(report.is_sound());
+    EXPECT_EQ(report.keys[0].depth, path_words);
+    EXPECT_EQ(report.keys[0].entries, 10000 - value - 1 + 3);
+}
+
+TEST_F(Tree, AFileThatWouldPassTheLargestSizeIsRefusedBeforeAnythingIsWritten)
+{
+    create(2);
+    insert_all(ten_to_hundred);
+    const std::string before = sim::bytes("i");
+    const auto insert_with_room_for = [](int32_t nodes) {
+        index_of(the_key).end_offset = platform::max_file_bytes - small_node * nodes;
+        return insert(110, 1100); // makes three: a leaf, a branch, a root
+    };
+    EXPECT_EQ(insert_with_room_for(0), TS_NODE_WRITE_POSITION);
+    EXPECT_EQ(insert_with_room_for(2), TS_NODE_WRITE_POSITION);
+    EXPECT_EQ(sim::bytes("i"), before);
+    // With room for all of them it is the simulated disk that is full, behind the left leaf.
+    EXPECT_EQ(insert_with_room_for(3), TS_NODE_WRITE_SHORT);
+    EXPECT_NE(sim::bytes("i"), before);
+}
+
+TEST_F(Tree, AFailureAnywhereInASplitLeavesNoPointerAstray)
+{
+    const auto prepare = [] {
+        create(2);
+        insert_all(ten_to_hundred);
+    };
+    // What may be missing is the final child of a branch whose right half has found no parent. The
+    // cursor may stand anywhere, and steps from there stay within the node.
+    const auto look_and_go_on = [](int32_t) {
+        for (const int32_t value : {120, 1, 130}) {
+            const check::finding_list findings = check_tree().keys[0].findings;
+            EXPECT_EQ(findings.total(), findings.count(check::invariant::I8));
+            unsigned char record[4];
+            int32_t deleted = 0;
+            for (int32_t i = 0; i < 6; ++i) {
+                EXPECT_LT(tsgetni32(0, 0, 0, record, &deleted), 0);
+                EXPECT_LT(tsgetpi32(0, 0, 0, record, &deleted), 0);
+            }
+            static_cast<void>(insert(value, value * 10));
+        }
+    };
+    sweep(
+        prepare, [] { return insert(110, 1100); }, look_and_go_on, TS_OK, sim::any_kind);
+}
+
+TEST_F(Tree, NodesThatLeadInACircleOrNowhereEndInACode)
+{
+    create(2);
+    insert_all(ten_to_hundred);
+    ASSERT_EQ(insert(110, 1100), TS_OK);
+    for (const int32_t link : {2552, 2328, no_offset, 0, -7, 2000000000, 8}) {
+        SCOPED_TRACE(link);
+        // It becomes the first child of the root's first child.
+        const std::string content = sim::bytes("i").replace(2328, 4, i32(link));
+        sim::set_bytes("i", content);
+        search_end end;
+        const int32_t result = search(10, 100, exact_record, end);
+        EXPECT_TRUE(link == no_offset ? result == not_in_leaf : result < next_is_behind) << result;
+        EXPECT_LT(insert(10, 100), 0);
+        EXPECT_EQ(sim::bytes("i"), content);
+    }
+}
+
+TEST_F(Tree, LostWorkBuffersAreRefused)
+{
+    create(2, 'n');
+    insert_all({1, 2, 3, 4});
+    for (unsigned char** lost : {&shared_node, &node_scratch}) {
+        unsigned char* const kept = std::exchange(*lost, nullptr);
+        EXPECT_EQ(insert(5, 500), TS_NO_MEMORY_SCRATCH);
+        *lost = kept;
+    }
+    EXPECT_EQ(insert(5, 500), TS_OK);
+}
+
+TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
+{
+    support::switch_to(support::mode::shared);
+    create(2);
+    insert_all({1, 2, 3, 4});
+    const std::string of_others(small_node, 'x');
+    sim::set_bytes("i", sim::bytes("i") + of_others);
+    ASSERT_EQ(insert(5, 500), TS_OK);
+    EXPECT_EQ(slot().key_record.root_offset, 2216 + 3 * small_node);
+    EXPECT_EQ(sim::bytes("i").substr(2272, small_node), of_others);
+
+    // Inside a purge, which lays the nodes out anew in a file of the old length, memory counts.
+    index_of(the_key).node_area_is_new = 'y';
+    index_of(the_key).end_offset = 2272;
+    for (const int32_t value : {6, 7, 8}) ASSERT_EQ(insert(value, value * 100), TS_OK);
+    EXPECT_NE(sim::bytes("i").substr(2272, small_node), of_others);
+}
+
+} // namespace
