@@ -1,0 +1,467 @@
+// Index files from creation to close: their bytes, the rules of definitions, what each failure
+// leaves behind, damaged files.
+#include "index/index_memory.h"
+
+#include <functional>
+#include <limits>
+#include <vector>
+
+#include "index/node_io.h"
+#include "multiuser/index_read.h"
+#include "tests/support/library_fixture.h"
+
+namespace tarsil {
+namespace {
+
+using support::all_modes;
+using support::i32;
+using support::mode;
+
+constexpr char name[] = "keys.tsi";
+
+struct field {
+    char type;
+    int32_t length;
+    int32_t offset;
+};
+
+key_definition definition(uint32_t order, const std::vector<field>& fields, char cursor = 'y')
+{
+    key_definition made = {};
+    made.cursor = cursor;
+    made.order = order;
+    made.field_count = static_cast<int32_t>(fields.size());
+    for (size_t i = 0; i < fields.size(); ++i) {
+        made.types[i] = fields[i].type;
+        made.lengths[i] = fields[i].length;
+        made.offsets[i] = fields[i].offset;
+    }
+    return made;
+}
+
+// A key record, and an empty leaf, as they stand in the file.
+std::string key_block(int32_t max_entries, int32_t node_bytes, int32_t key_bytes, int32_t root,
+                      const std::vector<field>& fields)
+{
+    std::string block = i32(max_entries) + i32(node_bytes) +
+                        i32(static_cast<int32_t>(fields.size())) + i32(key_bytes) + i32(root);
+    for (const field& each : fields)
+        block += std::string{each.type, 0, 0, 0} + i32(each.length) + i32(each.offset) + i32(0);
+    block.resize(276);
+    return block;
+}
+
+std::string empty_leaf(int32_t max_entries, size_t stride, size_t node_bytes)
+{
+    std::string node;
+    for (int32_t i = 0; i < max_entries; ++i) node += i32(-1) + std::string(stride - 4, '\0');
+    node.resize(node_bytes - 8);
+    return node + i32(0) + std::string{0, 0, 0, 'l'};
+}
+
+// Two small keys: 56 and 88 bytes a node. The second has no cursor.
+constexpr int32_t small_file_bytes = 2216 + 56 + 88;
+std::vector<key_definition> small_keys()
+{
+    return {definition(2, {{'l', 0, 0}}), definition(2, {{'l', 0, 0}, {'s', 4, 4}}, 'n')};
+}
+
+class IndexLifecycle : public support::Library {
+protected:
+    void SetUp() override
+    {
+        Library::SetUp();
+        open_data(mode::single);
+    }
+
+    static void open_data(mode wanted)
+    {
+        support::switch_to(wanted);
+        ASSERT_EQ(tscrdata32("data.tsd", 8, 0, nullptr), 0);
+    }
+    static void start_over(mode wanted)
+    {
+        finish();
+        begin();
+        open_data(wanted);
+    }
+    static int32_t create(std::vector<key_definition> keys)
+    {
+        return tscrind32(0, name, static_cast<int32_t>(keys.size()), keys.data());
+    }
+    static int32_t open()
+    {
+        char cursors[] = {'Y', 'n', 'n', 'n', 'n', 'n', 'n', 'n'};
+        return tsopeni32(0, name, cursors);
+    }
+    // The bytes of a file with the small keys, closed.
+    static std::string make_small_file()
+    {
+        EXPECT_EQ(create(small_keys()), 0);
+        EXPECT_EQ(tsclosei32(0, 0), TS_OK);
+        return sim::bytes(name);
+    }
+    static void expect_nothing_open()
+    {
+        EXPECT_EQ(data_slots[0].open_index_count, 0);
+        EXPECT_EQ(data_slots[0].indexes[0], nullptr);
+        EXPECT_EQ(sim::open_handles(), 1U); // the data file
+    }
+};
+
+TEST_F(IndexLifecycle, ANewFileIsExactlyThis)
+{
+    const std::vector<field> number = {{'l', 4, 4}};
+    const std::vector<field> name_and_number = {{'s', 30, 0}, {'i', 4, 77}};
+    const std::string expected = "*TSI" + i32(2) + key_block(682, 8192, 8, 2216, number) +
+                                 key_block(178, 8196, 38, 2216 + 8192, name_and_number) +
+                                 std::string(6 * 276, '\0') + empty_leaf(682, 12, 8192) +
+                                 empty_leaf(178, 42, 8196);
+    for (const mode each : all_modes) {
+        start_over(each);
+        ASSERT_EQ(create({definition(0, number), definition(0, name_and_number)}), 0);
+        EXPECT_EQ(index_of(0, 0).end_offset, 2216 + 8192 + 8196);
+        ASSERT_EQ(tsclosei32(0, 0), TS_OK);
+        EXPECT_TRUE(sim::bytes(name) == expected);
+        ASSERT_EQ(open(), 0);
+        EXPECT_EQ(index_of(0, 0).end_offset, 2216 + 8192 + 8196);
+        EXPECT_EQ(key_of(0, 0, 0).position, no_position);
+        EXPECT_TRUE(has_cursor(key_of(0, 0, 0)) && !has_cursor(key_of(0, 0, 1)));
+    }
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK);
+    ASSERT_EQ(tscrind32(0, "none.tsi", 0, nullptr), 0);
+    EXPECT_EQ(sim::bytes("none.tsi"), "*TSI" + i32(0) + std::string(2208, '\0'));
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK);
+    EXPECT_EQ(tsopeni32(0, "none.tsi", nullptr), 0);
+    EXPECT_EQ(tsgeti32(0, 0, 0, "", nullptr, nullptr), TS_BAD_KEY_NUMBER);
+}
+
+TEST_F(IndexLifecycle, AnOrderBecomesTheEntriesOfANode)
+{
+    const auto strings = [](int count, int32_t length, int32_t last) {
+        std::vector<field> fields(static_cast<size_t>(count), {'s', length, 0});
+        fields.back().length = last;
+        return fields;
+    };
+    const struct {
+        uint32_t order;
+        std::vector<field> fields;
+        uint32_t max_entries;
+        int32_t node_bytes;
+    } cases[] = {
+        {0, {{'l', 0, 0}}, 682, 8192},
+        {0, strings(6, 256, 59), 6, 6 * 1367 + 8},
+        {0, strings(6, 256, 60), 4, 4 * 1368 + 8},
+        {0, strings(16, 256, 256), 4, 16664},
+        {2, {{'c', 0, 0}}, 4, 4 * 9 + 8},
+        {101, {{'d', 0, 0}, {'H', 0, 0}}, 202, 202 * 22 + 8},
+    };
+    for (const auto& each : cases) {
+        std::vector<key_definition> keys = {definition(each.order, each.fields, 'Y')};
+        ASSERT_EQ(tscrind32(0, name, 1, keys.data()), 0);
+        EXPECT_EQ(keys[0].order, each.max_entries);
+        EXPECT_EQ(keys[0].cursor, 'Y');
+        EXPECT_EQ(sim::bytes(name).size(), static_cast<size_t>(2216 + each.node_bytes));
+        discard_index(0, 0, name);
+        // A definition used again counts as an explicit order.
+        ASSERT_EQ(tscrind32(0, name, 1, keys.data()), 0);
+        EXPECT_EQ(keys[0].order, 2 * each.max_entries);
+        discard_index(0, 0, name);
+    }
+    expect_nothing_open();
+}
+
+TEST_F(IndexLifecycle, DefinitionsAreRefusedInAFixedOrder)
+{
+    // Two roots of this order pass the end of the largest file.
+    constexpr uint32_t half_of_all = 0x7fffffff / 12 / 2 / 2 + 1;
+    const field bad_string = {'s', 257, 0};
+    const struct {
+        std::vector<key_definition> keys;
+        int32_t code;
+        uint32_t order_left; // in the last definition
+    } cases[] = {
+        {{definition(1, {})}, TS_KEY_BAD_ORDER, 1},
+        {{definition(3, {}, 'x')}, TS_KEY_BAD_FIELD_COUNT, 6},
+        {{definition(0, {{'h', 99, 0}, {'x', 4, 0}, bad_string}, 'x')}, TS_KEY_BAD_TYPE, 0},
+        {{definition(0, {bad_string, {'x', 4, 0}}, 'x')}, TS_KEY_BAD_STRING_LENGTH, 0},
+        {{definition(0, {{'s', 0, 0}})}, TS_KEY_BAD_STRING_LENGTH, 0},
+        {{definition(5, {{'l', 0, 0}}, 'x')}, TS_BAD_CURSOR_LETTER, 10},
+        {{definition(2, {{'l', 0, 0}}), definition(1, {})}, TS_KEY_BAD_ORDER, 1},
+        {{definition(0x7fffffff, {{'c', 0, 0}})}, TS_KEY_BAD_ORDER, 0xfffffffe},
+        {{definition(0x80000000, {{'c', 0, 0}})}, TS_KEY_BAD_ORDER, 0},
+        {{definition(half_of_all, {{'l', 0, 0}}), definition(half_of_all, {{'l', 0, 0}})},
+         TS_KEY_BAD_ORDER,
+         2 * half_of_all},
+    };
+    sim::set_bytes(name, "in the way");
+    for (const auto& each : cases) {
+        std::vector<key_definition> keys = each.keys;
+        const uint64_t allocations = sim::calls(sim::call::allocate);
+        EXPECT_EQ(tscrind32(0, name, static_cast<int32_t>(keys.size()), keys.data()), each.code);
+        EXPECT_EQ(keys.back().order, each.order_left);
+        if (keys[0].types[0] == 'h') { EXPECT_EQ(keys[0].lengths[0], 2); }
+        EXPECT_EQ(sim::calls(sim::call::allocate), allocations);
+    }
+    key_definition seventeen = definition(2, {{'l', 0, 0}});
+    seventeen.field_count = 17;
+    EXPECT_EQ(create({seventeen}), TS_KEY_BAD_FIELD_COUNT);
+    EXPECT_EQ(tscrind32(0, name, 9, nullptr), TS_BAD_KEY_COUNT);
+    EXPECT_EQ(tscrind32(0, name, -1, nullptr), TS_BAD_KEY_COUNT);
+    EXPECT_EQ(create(small_keys()), TS_CREATE_INDEX_FILE_EXISTS);
+    EXPECT_EQ(sim::bytes(name), "in the way");
+    expect_nothing_open();
+}
+
+TEST_F(IndexLifecycle, FiveAreOpenAtMostAndTheLowestHandleGoesFirst)
+{
+    const auto open_next = [](int number) {
+        return tscrind32(0, ("keys" + std::to_string(number)).c_str(), 0, nullptr);
+    };
+    for (int number = 0; number < 5; ++number) ASSERT_EQ(open_next(number), number);
+    EXPECT_EQ(open_next(5), TS_NO_FREE_INDEX_SLOT);
+    EXPECT_FALSE(sim::exists("keys5"));
+    EXPECT_EQ(tsopeni32(0, "keys1", nullptr), TS_OPEN_INDEX_NOT_THERE); // open already
+    ASSERT_EQ(tsclosei32(0, 3), TS_OK);
+    ASSERT_EQ(tsclosei32(0, 1), TS_OK);
+    EXPECT_EQ(tsclosei32(0, 1), TS_INDEX_NOT_OPEN);
+    EXPECT_EQ(tsopeni32(0, "keys3", nullptr), 1);
+    EXPECT_EQ(data_slots[0].open_index_count, 4);
+}
+
+// Two keys, one of them with a cursor, in the order of the allocations for them.
+TEST_F(IndexLifecycle, WhatIsMissingTellsWhichMemoryRanOut)
+{
+    const int32_t codes[] = {
+        TS_NO_MEMORY_INDEX_SLOT, TS_NO_MEMORY_KEY_SLOT,  TS_NO_MEMORY_KEY_SLOT,
+        TS_NO_MEMORY_ROOT_NODE,  TS_NO_MEMORY_ROOT_NODE, TS_NO_MEMORY_WORK_NODE,
+        TS_NO_MEMORY_SAVED_PATH, TS_NO_MEMORY_SCRATCH,   TS_NO_MEMORY_SCRATCH};
+    const std::string whole = make_small_file();
+    for (const bool creating : {true, false}) {
+        start_over(mode::single); // no scratch is there yet
+        if (!creating) sim::set_bytes(name, whole);
+        const size_t blocks = sim::live_blocks();
+        for (size_t i = 0; i < std::size(codes); ++i) {
+            sim::plan({.at = i + 1, .where = only(sim::call::allocate)});
+            EXPECT_EQ(creating ? create(small_keys()) : open(), codes[i]) << "allocation " << i;
+            EXPECT_EQ(sim::live_blocks(), blocks);
+            EXPECT_EQ(sim::exists(name), !creating);
+            expect_nothing_open();
+        }
+    }
+}
+
+TEST_F(IndexLifecycle, ScratchFallsBackToItsOldSize)
+{
+    const struct {
+        std::vector<uint64_t> failing; // allocations of the growth
+        int32_t code;
+        bool is_there;
+    } cases[] = {
+        {{1}, TS_NO_MEMORY_SCRATCH, true}, {{2}, TS_NO_MEMORY_SCRATCH, true},
+        {{1, 2}, TS_SCRATCH_LOST, false},  {{1, 3}, TS_SHARED_NODE_LOST, false},
+        {{2, 3}, TS_SCRATCH_LOST, false},  {{2, 4}, TS_SHARED_NODE_LOST, false},
+    };
+    for (const auto& each : cases) {
+        start_over(mode::single);
+        sim::plan({.at = 1, .where = only(sim::call::allocate)});
+        EXPECT_EQ(grow_scratch(1000), TS_NO_MEMORY_SCRATCH); // no old size to fall back to
+        EXPECT_EQ(scratch_bytes, 0);
+        ASSERT_EQ(create(small_keys()), 0);
+        ASSERT_EQ(scratch_bytes, 88 + 4);
+        const uint64_t allocations = sim::calls(sim::call::allocate);
+        EXPECT_EQ(grow_scratch(92), TS_OK);
+        EXPECT_EQ(sim::calls(sim::call::allocate), allocations);
+
+        sim::plan({.at = each.failing[0], .where = only(sim::call::allocate)});
+        const auto fail_again = [] { sim::plan({.at = 1, .where = only(sim::call::allocate)}); };
+        if (each.failing.size() > 1)
+            sim::meanwhile(each.failing[1], only(sim::call::allocate), fail_again);
+        EXPECT_EQ(grow_scratch(5000), each.code);
+        sim::clear_fault();
+        EXPECT_EQ(scratch_bytes, 92);
+        EXPECT_EQ(has_scratch(), each.is_there);
+        char record[8] = {};
+        int32_t deleted = 0;
+        const auto search = [&] { return tsgeti32(0, 0, 1, "\1\0\0\0key", record, &deleted); };
+        EXPECT_EQ(search(), each.is_there ? TS_FIND_NO_ENTRY : TS_NO_MEMORY_SCRATCH);
+
+        EXPECT_EQ(grow_scratch(node_scratch == nullptr ? 8 : 5000), TS_OK);
+        EXPECT_TRUE(has_scratch());
+        EXPECT_GE(scratch_bytes, 92); // the index is open all the time
+        EXPECT_EQ(search(), TS_FIND_NO_ENTRY);
+    }
+}
+
+TEST_F(IndexLifecycle, AFailedCreationOrOpenLeavesEverythingAsItWas)
+{
+    const std::string whole = make_small_file();
+    const auto check = [&whole](bool was_there, int32_t code) {
+        const bool is_open = data_slots[0].open_index_count ==
+                             1; // also when only the last release failed
+        EXPECT_EQ(sim::exists(name), was_there || is_open);
+        if (was_there || is_open) { EXPECT_TRUE(sim::bytes(name) == whole); }
+        if (!is_open) expect_nothing_open();
+        if (code >= 0) { EXPECT_TRUE(is_open); }
+    };
+    for (const mode each : all_modes) {
+        for (const sim::kinds kinds : {all_but_position, only(sim::call::position)}) {
+            sweep([each] { open_data(each); }, [] { return create(small_keys()); },
+                  [&check](int32_t code) { check(false, code); }, 0, kinds);
+            const auto prepare = [&] { open_data(each), sim::set_bytes(name, whole); };
+            sweep(
+                prepare, open, [&check](int32_t code) { check(true, code); }, 0, kinds);
+        }
+    }
+}
+
+TEST_F(IndexLifecycle, AnUnwrittenChangeKeepsTheIndexOpen)
+{
+    const std::string whole = make_small_file();
+    ASSERT_EQ(open(), 0);
+    index_of(0, 0).dirty = yes;
+    key_of(0, 0, 1).key_record.root_offset = 5000;
+    sim::plan({.where = only(sim::call::write), .how = sim::failure::short_bytes});
+    EXPECT_EQ(tsclosei32(0, 0), TS_KEY_RECORDS_WRITE_SHORT);
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK);
+    EXPECT_EQ(load_i32(&sim::bytes(name)[8 + 276 + 16]), 5000);
+    expect_nothing_open();
+}
+
+// Puts a number into a copy of a file.
+std::string with(std::string file, size_t offset, int32_t value)
+{
+    return file.replace(offset, 4, i32(value));
+}
+
+TEST_F(IndexLifecycle, DamagedFilesAreRefused)
+{
+    const std::string whole = make_small_file();
+    constexpr size_t second = 8 + 276;
+    constexpr size_t tail = 2216 + 56 - 8;
+    const auto geometry = [&](int32_t max_entries, int32_t node_bytes) {
+        return with(with(whole, second, max_entries), second + 4, node_bytes);
+    };
+    const struct {
+        std::string file;
+        int32_t code;
+    } cases[] = {
+        {with(whole, 0, 0x4953542b), TS_BAD_MINOR_VERSION},
+        {with(whole, 0, 0x4453542a), TS_BAD_MAGIC},
+        {with(whole, 4, 9), TS_INDEX_BAD_KEY_COUNT},
+        {with(whole, 4, -1), TS_INDEX_BAD_KEY_COUNT},
+        {geometry(5, 5 * 20 + 8), TS_INDEX_BAD_KEY_RECORD},
+        {geometry(4, 4 * 20 + 9), TS_INDEX_BAD_KEY_RECORD},
+        {geometry(0x40000004, 4 * 20 + 8), TS_INDEX_BAD_KEY_RECORD},        // right in 32 bits
+        {geometry(107374180, 107374180 * 20 + 8), TS_INDEX_BAD_KEY_RECORD}, // past any file
+        {geometry(107374000, 107374000 * 20 + 8), TS_NODE_READ_SHORT},      // past this one
+        {with(whole, second + 8, 17), TS_INDEX_BAD_KEY_RECORD},
+        {with(whole, second + 12, 11), TS_INDEX_BAD_KEY_RECORD},
+        {with(whole, second + 16, 2215), TS_INDEX_BAD_KEY_RECORD},
+        {with(whole, second + 16, 2217 + 56), TS_NODE_READ_SHORT},
+        {with(whole, second + 20, 'x'), TS_INDEX_BAD_KEY_RECORD},
+        {with(with(whole, second + 24, 8), second + 40, 0),
+         TS_INDEX_BAD_KEY_RECORD}, // the sum stays
+        {with(whole, tail, -1), TS_NODE_DAMAGED},
+        {with(whole, tail, 5), TS_NODE_DAMAGED},
+        {with(whole, tail + 4, 'x' << 24), TS_NODE_DAMAGED},
+        {with(with(whole, tail + 4, 'b' << 24), tail, 3), TS_NODE_DAMAGED},
+    };
+    sim::start_recording();
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        sim::set_bytes(name, cases[i].file);
+        EXPECT_EQ(open(), cases[i].code) << "case " << i;
+        EXPECT_TRUE(sim::bytes(name) == cases[i].file);
+        expect_nothing_open();
+    }
+    for (size_t size = 0; size < whole.size(); ++size) {
+        sim::set_bytes(name, whole.substr(0, size));
+        ASSERT_LT(open(), 0) << "cut to " << size;
+    }
+    expect_nothing_open();
+    for (const sim::logged& each : sim::log()) {
+        EXPECT_NE(each.kind, sim::call::write);
+        if (each.kind == sim::call::allocate) { EXPECT_LT(each.length, 4096); }
+    }
+}
+
+// A code, or an index that can be used within its bounds.
+TEST_F(IndexLifecycle, NoNumberInAFileLeadsOutOfBounds)
+{
+    constexpr int32_t least = std::numeric_limits<int32_t>::min();
+    constexpr int32_t most = std::numeric_limits<int32_t>::max();
+    const std::string whole = make_small_file();
+    const char record[16] = {1};
+    char read[8] = {};
+    int32_t deleted = 0;
+    ASSERT_EQ(tsadd32(0, record, 8, 'y'), TS_OK);
+    for (size_t offset = 0; offset < whole.size(); offset += 4) {
+        if (offset == 8 + 2 * 276) offset = 2216;
+        for (const int32_t value : {0, 1, -1, 4, 255, 2216, most, most - 7, least}) {
+            sim::set_bytes(name, with(whole, offset, value));
+            if (open() < 0) continue;
+            static_cast<void>(tsgeti32(0, 0, 0, record, read, &deleted));
+            static_cast<void>(tsadd32(0, record, 8, 'y'));
+            static_cast<void>(tsgetni32(0, 0, 0, read, &deleted));
+            ASSERT_EQ(tsclosei32(0, 0), TS_OK);
+        }
+    }
+    expect_nothing_open();
+}
+
+TEST_F(IndexLifecycle, NodesStandInTheNodeAreaAndOnlyARootIsEmpty)
+{
+    sim::set_bytes(name, make_small_file() + empty_leaf(4, 12, 56));
+    ASSERT_EQ(open(), 0);
+    const key_id id = {0, 0, 0};
+    unsigned char node[56];
+    EXPECT_EQ(read_node(id, 2216, node), TS_OK);
+    EXPECT_EQ(read_node(id, 2215, node), TS_NODE_READ_POSITION);
+    EXPECT_EQ(read_node(id, small_file_bytes, node), TS_NODE_DAMAGED);
+    EXPECT_EQ(read_node(id, small_file_bytes + 1, node), TS_NODE_READ_SHORT);
+    const uint64_t calls = sim::calls();
+    EXPECT_EQ(write_node(id, node, 0x7fffffff - 55), TS_NODE_WRITE_POSITION);
+    EXPECT_EQ(sim::calls(), calls);
+}
+
+TEST_F(IndexLifecycle, SharedReadingTakesOverWhatIsSound)
+{
+    start_over(mode::shared);
+    ASSERT_EQ(create(small_keys()), 0);
+    const std::string whole = sim::bytes(name);
+    const key_id id = {0, 0, 0};
+    sim::set_bytes(name,
+                   with(with(whole, 8, 6), 12, 6 * 12 + 8)); // sound, and too large for the buffers
+    EXPECT_EQ(refresh_root(id), TS_INDEX_BAD_KEY_RECORD);
+    EXPECT_EQ(key_of(id).key_record.max_entries, 4);
+    sim::set_bytes(name, with(with(whole, 8 + 16, 2217), 2216 + 49, 9)); // a root that is none
+    EXPECT_EQ(refresh_root(id), TS_NODE_DAMAGED);
+    EXPECT_EQ(entry_count(key_of(id).key_record, key_of(id).root_node), 0);
+    sim::set_bytes(name, whole);
+    EXPECT_EQ(refresh_root(id), TS_OK);
+
+    ASSERT_EQ(tslocki32(0, 0), 1);
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK); // and the range is forgotten: see the end of every test
+}
+
+TEST_F(IndexLifecycle, ACursorBracketHoldsBothRangesOrNothing)
+{
+    const auto prepare = [] { open_data(mode::shared), create(small_keys()); };
+    const auto begin_and_end = [] {
+        index_bracket bracket;
+        const int32_t code = begin_index_read(bracket, {0, 0, 0});
+        EXPECT_EQ(sim::held_ranges(), code == TS_OK ? 2U : 0U);
+        end_index_read(bracket);
+        EXPECT_EQ(sim::held_ranges(), 0U);
+        return code;
+    };
+    sweep(
+        prepare, begin_and_end, [](int32_t) {}, TS_OK, all_but_position & ~only(sim::call::unlock));
+
+    sim::set_bytes("data.tsd", with(sim::bytes("data.tsd"), 4, 7));
+    EXPECT_EQ(begin_and_end(), TS_CURSOR_FILE_CHANGED);
+    EXPECT_EQ(begin_and_end(), TS_OK); // a change is told once
+}
+
+} // namespace
+} // namespace tarsil
