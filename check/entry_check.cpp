@@ -9,6 +9,7 @@ namespace tarsil::check {
 namespace {
 
 constexpr int32_t none_differs = -1;
+constexpr size_t batch_bytes = 16 * 1024 * 1024; // entries and their images
 
 // Keys hold zeros where their definition reaches beyond the record.
 unsigned char byte_or_zero(byte_span body, int64_t at)
@@ -46,8 +47,8 @@ void entry_ledger::add(const place& where, std::string text, remedy mended_by)
     report.findings.add({invariant::I11, severity::out_of_step, mended_by, where, std::move(text)});
 }
 
-// The first field, from 1, in which an entry and the record at `frame_offset` differ.
-int32_t entry_ledger::differing_field(const unsigned char* entry, int64_t frame_offset)
+// The first field, from 1, in which a key image and the record at `frame_offset` differ.
+int32_t entry_ledger::differing_field(const unsigned char* image, int64_t frame_offset)
 {
     const byte_span frame = data.bytes.up_to(frame_offset, frame_bytes + needed);
     if (frame.size() < frame_bytes) return none_differs;
@@ -55,7 +56,6 @@ int32_t entry_ledger::differing_field(const unsigned char* entry, int64_t frame_
     byte_span body = frame.subspan(frame_bytes);
     body = body.first(std::min(body.size(), static_cast<size_t>(length)));
 
-    const unsigned char* image = packed_key(entry);
     for (int32_t i = 0; i < key.field_count; ++i) {
         if (!is_field_of(key.fields[i], image, body)) return i + 1;
         image += key.fields[i].length;
@@ -79,15 +79,31 @@ void entry_ledger::enter(const unsigned char* entry, int64_t entry_offset)
         return;
     }
     met[static_cast<size_t>(index)] = true;
-    const int32_t field = differing_field(entry, link);
-    if (field != none_differs) {
-        add(where,
+
+    const unsigned char* image = packed_key(entry);
+    const size_t image_bytes = static_cast<size_t>(key.entry_key_bytes) - sizeof(int32_t);
+    batch.push_back({link, static_cast<int32_t>(entry_offset), images.size()});
+    images.insert(images.end(), image, image + image_bytes);
+    if (images.size() + batch.size() * sizeof(waiting) > batch_bytes) compare_batch();
+}
+
+void entry_ledger::compare_batch()
+{
+    std::sort(batch.begin(), batch.end(),
+              [](const waiting& a, const waiting& b) { return a.frame < b.frame; });
+    for (const waiting& one : batch) {
+        const int32_t field = differing_field(images.data() + one.image, one.frame);
+        if (field == none_differs) continue;
+        add({.offset = one.entry, .record = data.frames.index_at(one.frame) + 1, .key = key_number},
             "Key field " + std::to_string(field) + " of the entry isn't that of the record.");
     }
+    batch.clear();
+    images.clear();
 }
 
 void entry_ledger::close()
 {
+    compare_batch();
     for (int64_t i = 0; i < data.frames.listed; ++i) {
         if (met[static_cast<size_t>(i)]) continue;
         ++report.missing_entries;

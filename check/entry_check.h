@@ -24,14 +24,23 @@ public:
     void close();
 
 private:
+    struct waiting {
+        int32_t frame; // offset in the data file
+        int32_t entry; // offset in the index file
+        size_t image;  // in `images`
+    };
+
     void add(const place& where, std::string text, remedy mended_by = remedy::reindex);
-    int32_t differing_field(const unsigned char* entry, int64_t frame_offset);
+    void compare_batch();
+    int32_t differing_field(const unsigned char* image, int64_t frame_offset);
 
     const data_side& data;
     const key_record& key;
     const int32_t key_number;
     key_report& report;
     std::vector<bool> met; // by record
+    std::vector<waiting> batch;
+    std::vector<unsigned char> images; // key images of the batch
     int64_t tail_entries = 0;
     int64_t needed = 0; // bytes of a record in which the key's fields lie
 };

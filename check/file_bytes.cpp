@@ -57,7 +57,7 @@ bool file_bytes::fill(int64_t offset, int64_t count)
     const int64_t window_end = window_offset + window_bytes;
     if (offset >= window_offset && offset + count <= window_end) return true;
 
-    const bool goes_on = offset >= window_offset && offset <= window_end;
+    const bool goes_on = offset >= window_offset && offset <= window_end + step;
     step = std::max(goes_on ? std::min(2 * step, largest_step) : smallest_step, smallest_step);
     const int64_t wanted = std::min(std::max(count, step), bytes - offset);
 

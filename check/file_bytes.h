@@ -1,8 +1,9 @@
 // The bytes of a file that is being checked, read-only, at any place, through a window.
 //
-// The window grows while a reader moves forwards and falls back to its smallest size when it jumps,
-// so that walks read large pieces and look-ups small ones, and the memory in use doesn't depend on
-// the size of the file. Bytes that already are in memory serve as well and are not copied.
+// The window grows while a reader moves forwards, also over small gaps, and falls back when it
+// jumps, so that walks read large pieces and look-ups small ones, and the memory in use doesn't
+// depend on the size of the file. Bytes that already are in memory serve as well and are not
+// copied.
 #pragma once
 
 #include <cstdint>

@@ -11,8 +11,7 @@
 //   - entries further apart may stand against their order by any amount, each step of the way being
 //     within the tolerance, and a NaN in between equals everything;
 //   - when the entry in between is taken out, by the reuse of its record, two such entries become
-//     neighbours. A separator that is put into a branch is placed by the same scan and can come to
-//     stand among its like in the same way. And the tolerance itself may have been another one.
+//     neighbours. And the tolerance itself may have been another one when they went in.
 // So a pair that stands against the order beyond the tolerance proves no fault. It is called
 // unsettled, is counted and mentioned, since a search may miss such entries, and is no damage.
 // The fields in front of the first 'f' or 'd' are free of all this: no scan passes an entry whose
