@@ -1,27 +1,28 @@
+// clang-format off
 // The data file, byte by byte.
 //
-//      0      1      4                                28                28 + field_bytes end_offset
-//      +------+------+--------------------------------+-----------------+-----------------------------+
-//      - - - - - | 0x2A | TSD  | data_header: six 32-bit numbers | field table     | records, frame
-//      and body each | no reader
-//      +------+------+--------------------------------+-----------------+-----------------------------+
-//      - - - - -
+//      0      1     4             28             28 + field_bytes          end_offset
+//      +------+-----+-------------+--------------+-------------------------+ - - - - -
+//      | 0x2A | TSD | data_header | field table  | records: frame and body | no reader
+//      +------+-----+-------------+--------------+-------------------------+ - - - - -
 //
-//      A record:   0      1           4        8               8 + length
-//                  +------+-----------+--------+---------------+
-//                  | mark | 3 bytes 0 | length | body          | next frame
-//                  +------+-----------+--------+---------------+
+//      A record:    0      1           4        8               8 + length
+//                   +------+-----------+--------+---------------+
+//                   | mark | 3 bytes 0 | length | body          | next frame
+//                   +------+-----------+--------+---------------+
 //
 // All numbers are little-endian, 32-bit, signed. Invariants, by which tests and checkers cite them:
 //   D1  The file mark is 0x2A "TSD".
 //   D2  record_length is 1 or more, or -1 for variable length.
 //   D3  field_bytes is 8 times the number of fields, 0 or more.
 //   D4  The first frame stands at 28 + field_bytes, each further one at the end of the body before
-//   it. D5  record_count frames lead exactly to end_offset, which is no larger than the file. D6
-//   Every length is 1 or more, and equals record_length in a file of fixed length. D7 deleted_count
-//   frames carry the mark 'd'. Any other mark is live; this library writes ' '.
+//       it.
+//   D5  record_count frames lead exactly to end_offset, which is no larger than the file.
+//   D6  Every length is 1 or more, and equals record_length in a file of fixed length.
+//   D7  deleted_count frames carry the mark 'd'. Any other mark is live; this library writes ' '.
 // Between the moments when the header reaches the file (docs/BEHAVIOUR.md) D5 and D7 hold for the
 // mirror in memory only.
+// clang-format on
 #pragma once
 
 #include <bit>

@@ -269,13 +269,13 @@ bool check_files()
     tarsil::check::frame_list frames;
     const tarsil::check::data_report data_report = check_data_file(data, &frames);
     const tarsil::check::data_side side = {data, frames};
-    const tarsil::check::index_report index_report = check_index_file(index, &side);
+    const tarsil::check::index_report index_report = check_index_file(index, &side, 9);
     std::fputs(lines_of(data_report.findings).c_str(), stdout);
     std::fputs(lines_of(index_report.findings).c_str(), stdout);
     for (const tarsil::check::key_report& key : index_report.keys) {
         std::fputs(lines_of(key.findings).c_str(), stdout);
         std::printf(
-            "  key with %d fields: %d levels, %lld nodes, %lld entries, leaves %d %% full\n",
+            "  key of %d field(s): %d levels, %lld nodes, %lld entries, leaves %d %% full\n",
             static_cast<int>(key.key.field_count), static_cast<int>(key.depth),
             static_cast<long long>(key.nodes()), static_cast<long long>(key.entries),
             static_cast<int>(key.fill_percent()));
@@ -296,6 +296,7 @@ int main(int argument_count, char** arguments)
     std::remove(data_name);
     std::remove(index_name);
     if (tsinit32() != TS_STARTED) return 1;
+    must(tsspdoub32(9), "tsspdoub32"); // places are told apart to a billionth of a degree
     const int32_t data = create_data_file();
     const int32_t index = create_index_file(data);
     import(data, arguments[1]);

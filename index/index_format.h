@@ -1,21 +1,19 @@
+// clang-format off
 // The index file, byte by byte.
 //
-//      0      1      4           8                        2216
-//      +------+------+-----------+------------------------+---------------------------------+
-//      | 0x2A | TSI  | key_count | 8 key_records of 276   | nodes, in order of allocation   |
-//      +------+------+-----------+------------------------+---------------------------------+
+//      0      1     4           8                        2216
+//      +------+-----+-----------+------------------------+--------------------------------+
+//      | 0x2A | TSI | key_count | 8 key_records of 276   | nodes, in order of allocation  |
+//      +------+-----+-----------+------------------------+--------------------------------+
 //
-//      A node:   0                              max_entries * entry_stride      -8      -4       -1
-//                +---------+---------+- - - -
-//                -+--------------------------------+-------+--------+------+ | entry 0 | entry 1 |
-//                | slack, 4 * (fields - 1) each   | count | unused | type |
-//                +---------+---------+- - - -
-//                -+--------------------------------+-------+--------+------+
+//      A node:   0                          max_entries * entry_stride        -8      -4       -1
+//                +---------+---------+- - - +---------------------------------+-------+--------+------+
+//                | entry 0 | entry 1 |      | slack, 4 * (fields - 1) for each | count | unused | type |
+//                +---------+---------+- - - +---------------------------------+-------+--------+------+
 //
-//      An entry: 0            4                    4 + sum         entry_stride = sum + 8
+//      An entry: 0            4                    4 + sum        entry_stride = sum + 8
 //                +------------+--------------------+--------------+
-//                | entry_link | key image, sum     | entry_record |    sum: the lengths of the
-//                key's fields
+//                | entry_link | key image, sum     | entry_record |   sum: of the fields' lengths
 //                +------------+--------------------+--------------+
 //                             |<--- a packed key: sum + 4 ------->|
 //
@@ -25,22 +23,24 @@
 // Invariants, by which tests and checkers cite them:
 //   I1  The file mark is 0x2A "TSI"; key_count is 0 to 8; blocks at and above it are never read.
 //   I2  A key_record has 1 to 16 fields of known letters and lengths, entry_key_bytes = sum + 4,
-//   max_entries even and 4 or more, and
-//       node_bytes = max_entries * (sum + 4 * fields + 4) + 8.
+//       max_entries even and 4 or more, node_bytes = max_entries * (sum + 4 * fields + 4) + 8.
 //   I3  Nodes lie within the file, at or behind 2216, overlap no other node and are reached from
-//   one place. I4  All leaves of a key have the same depth. I5  A leaf has 1 to max_entries
-//   entries; only a root that is a leaf may have none. A branch has 1 to max_entries - 2
-//   separators. I6  Entries are in key order, equal fields by descending record offset
-//   (index/compare.h). I7  Everything in child i is at most separator i and above separator i - 1;
-//   the final child holds what is above the last one. I8  The branches on the right edge of a tree
-//   have a final child; all others have -1 there. I9  In a leaf entry_link equals entry_record. In
-//   a branch the rest of entry n is zero. I10 Unused entries have entry_link -1 and all other bytes
-//   zero. I11 Every entry leads to a record frame of the data file whose key fields are those of
-//   the entry; every record of the data
-//       file has exactly one entry in every key of an index that was open whenever records were
-//       added.
+//       one place.
+//   I4  All leaves of a key have the same depth.
+//   I5  A leaf has 1 to max_entries entries; only a root that is a leaf may have none. A branch has
+//       1 to max_entries - 2 separators.
+//   I6  Entries are in key order, equal fields by descending record offset (index/compare.h).
+//   I7  Everything in child i is at most separator i and above separator i - 1; the final child
+//       holds what is above the last one.
+//   I8  The branches on the right edge of a tree have a final child; all others have -1 there.
+//   I9  In a leaf entry_link equals entry_record. In a branch the rest of entry n is zero.
+//   I10 Unused entries have entry_link -1 and all other bytes zero.
+//   I11 Every entry leads to a record frame of the data file whose key fields are those of the
+//       entry; every record of the data file has exactly one entry in every key of an index that
+//       was open whenever records were added.
 // Slack, the unused bytes of a node and the blocks of unused keys mean nothing; this library writes
 // zeros or leaves what stood there.
+// clang-format on
 #pragma once
 
 #include <cstddef>
