@@ -79,9 +79,12 @@ protected:
             const int32_t code = operation();
             done = sim::faults_met() == 0;
             sim::clear_fault();
+            if ((kinds & sim::only(sim::call::position)) == 0) {
+                EXPECT_EQ(sim::held_ranges(), 0U);
+            }
             check(code);
             if (done) { EXPECT_EQ(code, success); }
-            if (kinds == sim::only(sim::call::position)) release_ranges();
+            if ((kinds & sim::only(sim::call::position)) != 0) release_ranges();
             if (HasFailure()) return;
         }
         EXPECT_TRUE(done);

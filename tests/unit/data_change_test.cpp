@@ -1,0 +1,395 @@
+// Deleting, undeleting, updating and the reuse of slots, by number, at the current record, by key
+// value and at a cursor: codes, bytes, counts, positions, and what a failure at any call leaves.
+#include "index/slots.h"
+#include "tests/support/library_fixture.h"
+
+#include <vector>
+
+using namespace tarsil;
+using namespace tarsil::support;
+
+namespace {
+
+enum form : uint8_t { by_number, at_current, by_value, at_cursor };
+constexpr form all_forms[] = {by_number, at_current, by_value, at_cursor};
+
+// Three records of 8 bytes, the second deleted, with a key over their first 4 bytes, a string.
+struct Change : Library {
+    static std::string records(const char* marks = " d ")
+    {
+        return frame("aaaa1111", marks[0]) + frame("bbbb2222", marks[1]) +
+               frame("cccc3333", marks[2]);
+    }
+
+    static void prepare(mode wanted, char reuse = 'n')
+    {
+        switch_to(wanted);
+        tsdelow32(reuse);
+        key_definition definition = {};
+        definition.cursor = 'y';
+        definition.order = 2;
+        definition.field_count = 1;
+        definition.types[0] = 's';
+        definition.lengths[0] = 4;
+        ASSERT_EQ(tscrdata32("d", 8, 0, nullptr), 0);
+        ASSERT_EQ(tscrind32(0, "i", 1, &definition), 0);
+        for (const char* body : {"aaaa1111", "bbbb2222", "cccc3333"})
+            ASSERT_EQ(tsadd32(0, body, 8, 'n'), TS_OK);
+        ASSERT_EQ(tsdeld32(0, 2), TS_OK);
+        ASSERT_EQ(sim::bytes("d").substr(28), records());
+    }
+
+    // Makes `number` the record that every form names.
+    static void stand_on(int32_t number)
+    {
+        char body[8];
+        int32_t deleted = 0;
+        ASSERT_EQ(tsgetd32(0, number, body, &deleted), TS_OK);
+        ASSERT_EQ(tsgeti32(0, 0, 0, value(number), body, &deleted), TS_OK);
+    }
+
+    static const char* value(int32_t number)
+    {
+        static const char* const values[] = {"zzzz", "aaaa", "bbbb", "cccc"};
+        return values[number];
+    }
+
+    static int32_t change(bool to_deleted, form how, int32_t number)
+    {
+        switch (how) {
+        case by_number: return to_deleted ? tsdeld32(0, number) : tsundeld32(0, number);
+        case at_current: return to_deleted ? tsdelcd32(0) : tsudelcd32(0);
+        case by_value:
+            return to_deleted ? tsdeli32(0, 0, 0, value(number))
+                              : tsundeli32(0, 0, 0, value(number));
+        default: return to_deleted ? tsdelci32(0, 0, 0) : tsudelci32(0, 0, 0);
+        }
+    }
+
+    static int32_t update(form how, int32_t number, const char* record, int32_t& deleted,
+                          int32_t wanted_mode)
+    {
+        char scratch[8];
+        switch (how) {
+        case by_number: return tsupd32(0, number, record, 0, &deleted, scratch, wanted_mode);
+        case at_current: return tsupcd32(0, record, 0, &deleted, scratch, wanted_mode);
+        case by_value:
+            return tsupi32(0, 0, 0, value(number), record, 0, &deleted, scratch, wanted_mode);
+        default: return tsupci32(0, 0, 0, record, 0, &deleted, scratch, wanted_mode);
+        }
+    }
+
+    static std::string stored() { return sim::bytes("d").substr(28); }
+    static const data_header& header() { return data_slots[0].header; }
+};
+
+TEST_F(Change, EightOperationsOnLiveAndDeletedRecords)
+{
+    const int32_t pointless[2][4] = {{TS_UNDELETE_RECORD_LIVE, TS_UNDELETE_CURRENT_LIVE,
+                                      TS_UNDELETE_FOUND_LIVE, TS_UNDELETE_CURSOR_LIVE},
+                                     {TS_DELETE_RECORD_DELETED, TS_DELETE_CURRENT_DELETED,
+                                      TS_DELETE_FOUND_DELETED, TS_DELETE_CURSOR_DELETED}};
+    for (const mode wanted : all_modes) {
+        for (const bool to_deleted : {false, true}) {
+            for (const form how : all_forms) {
+                SCOPED_TRACE(std::to_string(static_cast<int>(wanted)) +
+                             (to_deleted ? " delete " : " undelete ") + std::to_string(how));
+                begin();
+                prepare(wanted);
+                const int32_t right = to_deleted ? 1 : 2;
+                const int32_t wrong = to_deleted ? 2 : 1;
+                stand_on(wrong);
+                EXPECT_EQ(change(to_deleted, how, wrong), pointless[to_deleted][how]);
+                EXPECT_EQ(stored(), records());
+                EXPECT_EQ(header().deleted_count, 1);
+                EXPECT_EQ(sim::held_ranges(), 0U);
+
+                stand_on(right);
+                data_slots[0].current_record = how == at_current ? right : 3;
+                EXPECT_EQ(change(to_deleted, how, right), TS_OK);
+                EXPECT_EQ(stored(), records(to_deleted ? "dd " : "   "));
+                EXPECT_EQ(header().deleted_count, to_deleted ? 2 : 0);
+                EXPECT_EQ(header().record_count, 3);
+                EXPECT_EQ(data_slots[0].current_record,
+                          how == by_number || how == at_current ? right : 3);
+                if (wanted != mode::single) {
+                    EXPECT_EQ(sim::bytes("d").substr(8, 4), i32(header().deleted_count));
+                }
+                finish();
+            }
+        }
+    }
+    begin();
+}
+
+TEST_F(Change, RecordsThatCanNotBeNamed)
+{
+    int32_t deleted = -7;
+    char scratch[8];
+    prepare(mode::shared);
+    for (const int32_t number : {0, -1, 4}) {
+        EXPECT_EQ(tsdeld32(0, number), TS_BAD_RECORD_NUMBER);
+        EXPECT_EQ(tsundeld32(0, number), TS_BAD_RECORD_NUMBER);
+        EXPECT_EQ(tsupd32(0, number, "x", 8, &deleted, scratch, 0), TS_BAD_RECORD_NUMBER);
+        data_slots[0].current_record = number;
+        EXPECT_EQ(tsdelcd32(0), TS_DELETE_NO_CURRENT);
+        EXPECT_EQ(tsudelcd32(0), TS_DELETE_NO_CURRENT);
+        EXPECT_EQ(tsupcd32(0, "x", 8, &deleted, scratch, 0), TS_UPDATE_NO_CURRENT);
+    }
+    key_of({0, 0, 0}).position = no_position;
+    for (const bool to_deleted : {false, true}) {
+        EXPECT_EQ(change(to_deleted, by_value, 0), TS_FIND_NO_ENTRY);
+        EXPECT_EQ(change(to_deleted, at_cursor, 0), TS_CURSOR_NONE);
+    }
+    EXPECT_EQ(update(by_value, 0, "x", deleted, 0), TS_FIND_NO_ENTRY);
+    EXPECT_EQ(update(at_cursor, 0, "x", deleted, 0), TS_CURSOR_NONE);
+    EXPECT_EQ(tsdeli32(0, 1, 0, ""), TS_INDEX_NOT_OPEN);
+    EXPECT_EQ(tsundeli32(0, 0, 1, ""), TS_BAD_KEY_NUMBER);
+    EXPECT_EQ(tsdelci32(0, 0, -1), TS_BAD_KEY_NUMBER);
+    EXPECT_EQ(tsupci32(8, 0, 0, "x", 8, &deleted, scratch, 0), TS_BAD_DATA_HANDLE);
+    EXPECT_EQ(deleted, -7);
+    EXPECT_EQ(stored(), records());
+}
+
+// What each exit promises: before the mark is written nothing has changed; the mark and the count
+// go together afterwards, but for a mark that could not be written, which is told.
+TEST_F(Change, AFailureAtAnyCallOfADelete)
+{
+    for (const mode wanted : all_modes) {
+        for (const form how : all_forms) {
+            SCOPED_TRACE(std::to_string(static_cast<int>(wanted)) + " form " + std::to_string(how));
+            const auto check = [](int32_t code) {
+                const bool marked = stored() == records("dd ");
+                EXPECT_TRUE(marked || stored() == records());
+                if (code == TS_OK) { EXPECT_TRUE(marked && header().deleted_count == 2); }
+                if (header().deleted_count == 2 && !marked) { EXPECT_LT(code, 0); }
+            };
+            const auto start = [wanted] {
+                prepare(wanted);
+                stand_on(1);
+            };
+            const auto operation = [how] { return change(true, how, 1); };
+            sweep(start, operation, check);
+            sweep(start, operation, check, TS_OK, sim::only(sim::call::position));
+        }
+    }
+}
+
+TEST_F(Change, UpdatesInPlaceAndByDeleteAndAdd)
+{
+    const int32_t refused[] = {TS_UPDATE_RECORD_DELETED, TS_UPDATE_CURRENT_DELETED,
+                               TS_UPDATE_FOUND_DELETED, TS_UPDATE_CURSOR_DELETED};
+    constexpr int32_t changed = TS_UPDATE_KEY_CHANGED;
+    constexpr int32_t of_form = 99; // the code of `refused`
+    struct row {
+        int32_t number;
+        const char* record;
+        int32_t mode, code;
+        const char* stored_1; // body of record 1 afterwards
+        const char* marks;
+        const char* added;
+    };
+    const row rows[] = {
+        {1, "aaaaNEW!", 0, 0, "aaaaNEW!", " d ", nullptr},
+        {1, "aaaaNEW!", 2, 0, "aaaaNEW!", " d ", nullptr},
+        {1, "AaaaNEW!", 0, changed, "aaaa1111", " d ", nullptr},
+        {1, "AaaaNEW!", -1, changed, "aaaa1111", " d ", nullptr},
+        {1, "AaaaNEW!", 1, 1, "aaaa1111", "dd ", "AaaaNEW!"},
+        {1, "ccccNEW!", 1, TS_DUPLICATE_KEY, "aaaa1111", "dd ", nullptr},
+        {1, "ccccNEW!", 2, 1, "aaaa1111", "dd ", "ccccNEW!"},
+        {2, "bbbbNEW!", 0, of_form, "aaaa1111", " d ", nullptr},
+        {2, "bbbbNEW!", 1, of_form, "aaaa1111", " d ", nullptr},
+        {2, "BbbbNEW!", 0, changed, "aaaa1111", " d ", nullptr},
+        {2, "BbbbNEW!", 1, of_form, "aaaa1111", " d ", nullptr},
+    };
+    for (const mode wanted : all_modes) {
+        for (const form how : all_forms) {
+            for (const row& r : rows) {
+                SCOPED_TRACE(std::to_string(how) + " " + r.record + " mode " +
+                             std::to_string(r.mode));
+                begin();
+                prepare(wanted);
+                stand_on(r.number);
+                int32_t deleted = -7;
+                EXPECT_EQ(update(how, r.number, r.record, deleted, r.mode),
+                          r.code == of_form ? refused[how] : r.code);
+                EXPECT_EQ(deleted, r.number == 2 ? 1 : 0);
+                std::string expected = records(r.marks);
+                expected.replace(8, 8, r.stored_1);
+                if (r.added != nullptr) expected += frame(r.added);
+                EXPECT_EQ(stored(), expected);
+                EXPECT_EQ(header().record_count, r.added == nullptr ? 3 : 4);
+                EXPECT_EQ(header().deleted_count, std::string(r.marks) == "dd " ? 2 : 1);
+                EXPECT_EQ(data_slots[0].current_record, r.added == nullptr ? r.number : 4);
+                EXPECT_EQ(sim::held_ranges(), 0U);
+                finish();
+            }
+        }
+    }
+    begin();
+}
+
+// Which bytes of a key field count: all of a number, of a string those up to a 0 in both images.
+TEST_F(Change, WhatCountsAsAChangeOfAKey)
+{
+    struct row {
+        char type;
+        int32_t offset;
+        std::string before, after;
+        bool changed;
+    };
+    const std::string zero(8, 0);
+    const row rows[] = {
+        {'s', 0, "ab\0xcdef", "ab\0ycdef", false},
+        {'s', 0, "abcdefgh", "abcdefgX", true},
+        {'s', 0, "ab\0xcdef", "abzxcdef", true},
+        {'d', 0, zero, std::string(7, 0) + '\x80', true}, // 0.0 and -0.0
+        {'i', 0, zero, std::string("\0\0\0\1\0\0\0\0", 8), true},
+        {'i', 0, zero, std::string("\0\0\0\0\1\0\0\0", 8), false},
+        {'i', 6, zero, std::string("\0\0\0\0\0\0\0\1", 8),
+         true}, // the part inside the record counts
+        {'i', 8, zero, std::string("\1\1\1\1\1\1\1\1", 8), false}, // the rest reads as zeros
+        {'i', INT32_MAX, zero, std::string("\1\1\1\1\1\1\1\1", 8), false},
+    };
+    for (row r : rows) {
+        SCOPED_TRACE(std::string(1, r.type) + std::to_string(r.offset) + r.after);
+        begin();
+        r.before.resize(8);
+        r.after.resize(8);
+        key_definition definition = {};
+        definition.cursor = 'n';
+        definition.field_count = 1;
+        definition.types[0] = r.type;
+        definition.lengths[0] = 8;
+        definition.offsets[0] = r.offset;
+        ASSERT_EQ(tscrdata32("d", -1, 0, nullptr), 0);
+        ASSERT_EQ(tscrind32(0, "i", 1, &definition), 0);
+        ASSERT_EQ(tsadd32(0, r.before.data(), 8, 'n'), TS_OK);
+        int32_t deleted = 0;
+        std::vector<char> scratch(8);
+        for (const int32_t length : {7, 9, 0, -1, INT32_MAX})
+            EXPECT_EQ(tsupd32(0, 1, r.after.data(), length, &deleted, scratch.data(), 2),
+                      TS_UPDATE_LENGTH_DIFFERS);
+        EXPECT_EQ(tsupd32(0, 1, r.after.data(), 8, &deleted, scratch.data(), 0),
+                  r.changed ? TS_UPDATE_KEY_CHANGED : TS_OK);
+        EXPECT_EQ(stored(), frame(r.changed ? r.before : r.after));
+        finish();
+    }
+    begin();
+}
+
+// Another process makes the stored record longer between the look at its frame and the read of its
+// body.
+TEST_F(Change, ScratchHoldsNoMoreThanItsRoom)
+{
+    prepare(mode::shared);
+    ASSERT_EQ(tscrdata32("v", -1, 0, nullptr), 1);
+    key_definition definition = {};
+    definition.cursor = 'n';
+    definition.field_count = 1;
+    definition.types[0] = 'c';
+    ASSERT_EQ(tscrind32(1, "vi", 1, &definition), 0);
+    ASSERT_EQ(tsadd32(1, "abcd", 4, 'n'), TS_OK);
+    sim::meanwhile(3, sim::only(sim::call::read), [] { // header, frame, then frame and body
+        sim::set_bytes("v", data_file(1, 0, -1, 56, frame("abcdefghijklmnopqrst")));
+    });
+    int32_t deleted = 0;
+    std::vector<char> scratch(4);
+    EXPECT_EQ(tsupd32(1, 1, "aXXX", 4, &deleted, scratch.data(), 0), TS_BODY_READ_SHORT);
+}
+
+// An entry of a damaged index leads into the header, the field table, between two frames.
+TEST_F(Change, ADamagedIndexNeverLeadsToWritesOutsideOfRecords)
+{
+    prepare(mode::single);
+    const std::string before = sim::bytes("d");
+    stand_on(1);
+    for (const int32_t offset : {0, 4, 27, 29, 36, 43, -1, INT32_MAX, INT32_MIN}) {
+        SCOPED_TRACE(offset);
+        set_entry_link(entry_at(key_of({0, 0, 0}).key_record, key_of({0, 0, 0}).work_node,
+                                key_of({0, 0, 0}).position),
+                       offset);
+        int32_t deleted = 0;
+        EXPECT_LT(change(true, at_cursor, 0), 0);
+        EXPECT_LT(change(false, at_cursor, 0), 0);
+        EXPECT_LT(update(at_cursor, 0, "aaaaNEW!", deleted, 0), 0);
+        EXPECT_EQ(sim::bytes("d"), before);
+    }
+}
+
+TEST_F(Change, TheNotedSlot)
+{
+    // Records 1 to 5 of 4 bytes; frames at 28, 40, 52, 64, 76.
+    const auto noted = [] { return data_slots[0].reuse_offset; };
+    const auto current = [] { return data_slots[0].current_record; };
+    ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
+    for (const char* body : {"1111", "2222", "3333", "4444", "5555"})
+        ASSERT_EQ(tsadd32(0, body, 4, 'n'), TS_OK);
+    ASSERT_EQ(tsdeld32(0, 4), TS_OK);
+    EXPECT_EQ(noted(), no_offset); // not noted while reuse is off
+    ASSERT_EQ(tsundeld32(0, 4), TS_OK);
+    tsdelow32('Y');
+    for (const int32_t number : {4, 2, 5}) ASSERT_EQ(tsdeld32(0, number), TS_OK);
+    EXPECT_EQ(noted(), 40);
+    tsdelow32('x');
+    ASSERT_EQ(tsadd32(0, "6666", 4, 'n'), TS_OK);
+    EXPECT_EQ(header().record_count, 6);
+    tsdelow32('y');
+    ASSERT_EQ(tsadd32(0, "NEW2", 4, 'n'), TS_OK); // takes 2 and moves on to 4
+    EXPECT_EQ(noted(), 64);
+    EXPECT_EQ(current(), 4);
+    ASSERT_EQ(tsundeld32(0, 5), TS_OK); // not the noted one
+    EXPECT_EQ(noted(), 64);
+    ASSERT_EQ(tsdeld32(0, 5), TS_OK);
+    ASSERT_EQ(tsundeld32(0, 4), TS_OK);
+    EXPECT_EQ(noted(), 76);
+    EXPECT_EQ(current(), 5);
+    ASSERT_EQ(tsudelcd32(0), TS_OK); // the last one
+    EXPECT_EQ(noted(), no_offset);
+    EXPECT_EQ(header().deleted_count, 0);
+    EXPECT_EQ(header().record_count, 6);
+    EXPECT_EQ(stored(), frame("1111") + frame("NEW2") + frame("3333") + frame("4444") +
+                            frame("5555") + frame("6666"));
+}
+
+TEST_F(Change, TheSearchForTheNextSlotGivesUpWithoutHarm)
+{
+    const auto prepare_two = [] {
+        tsdelow32('y');
+        sim::set_bytes(
+            "d", data_file(3, 2, 4, 64, frame("1111", 'd') + frame("2222") + frame("3333", 'd')));
+        ASSERT_EQ(tsopend32("d"), 0);
+        ASSERT_EQ(data_slots[0].reuse_offset, 28);
+        ASSERT_EQ(data_slots[0].current_record, 1);
+    };
+    prepare_two();
+    sim::plan({.where = sim::only(sim::call::allocate)});
+    EXPECT_EQ(tsundeld32(0, 1), TS_OK);
+    EXPECT_EQ(data_slots[0].reuse_offset, no_offset);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+
+    prepare_two();
+    sim::plan({.at = 2,
+               .for_good = true,
+               .where = sim::only(sim::call::read)}); // 1 is the mark of the record itself
+    EXPECT_EQ(tsundeld32(0, 1), TS_FRAME_READ_SHORT);
+    sim::clear_fault();
+    EXPECT_EQ(data_slots[0].reuse_offset,
+              28); // names a live record now, which an add must not overwrite
+    EXPECT_EQ(data_slots[0].current_record, 1);
+    ASSERT_EQ(tsadd32(0, "NEW!", 4, 'n'), TS_OK);
+    EXPECT_EQ(stored(), frame("1111") + frame("2222") + frame("NEW!"));
+}
+
+TEST_F(Change, CountsOfADamagedHeaderDoNotOverflow)
+{
+    for (const int32_t count : {INT32_MAX, INT32_MIN}) {
+        sim::set_bytes("d", data_file(2, count, 4, 52, frame("1111") + frame("2222", 'd')));
+        ASSERT_EQ(tsopend32("d"), 0);
+        EXPECT_EQ(count > 0 ? tsdeld32(0, 1) : tsundeld32(0, 2), TS_OK);
+        EXPECT_EQ(header().deleted_count, count);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+    }
+}
+
+} // namespace

@@ -1,0 +1,283 @@
+// Records by number and in file order: the bytes of frames and bodies, which code wins, where the
+// current record stands afterwards, and what damaged headers, frames and cut files do.
+#include "tests/support/library_fixture.h"
+
+#include <vector>
+
+using namespace tarsil;
+using namespace tarsil::support;
+
+namespace {
+
+using Records = Library;
+
+enum read : uint8_t {
+    first,
+    last,
+    next,
+    previous,
+    current,
+    frame_only,
+    by_number_1,
+    by_number_2,
+    by_number_3,
+    reads
+};
+
+// One of the reads, into a buffer of exactly `room` bytes, so that a byte too many is seen.
+struct outcome {
+    int32_t code;
+    int32_t deleted;
+    std::string body;
+};
+
+outcome do_read(int32_t which, size_t room)
+{
+    std::vector<char> buffer(room, '.');
+    outcome got = {0, -7, {}};
+    int32_t number = 0;
+    int32_t length = 0;
+    switch (which) {
+    case first: got.code = tsgetfd32(0, buffer.data(), &got.deleted); break;
+    case last: got.code = tsgetld32(0, buffer.data(), &got.deleted); break;
+    case next: got.code = tsgetnd32(0, buffer.data(), &got.deleted); break;
+    case previous: got.code = tsgetpd32(0, buffer.data(), &got.deleted); break;
+    case current: got.code = tsgetcd32(0, buffer.data(), &got.deleted); break;
+    case frame_only: got.code = tsrecd32(0, &number, &got.deleted, &length); break;
+    default: got.code = tsgetd32(0, which - by_number_1 + 1, buffer.data(), &got.deleted); break;
+    }
+    got.body = std::string(buffer.data(), room);
+    return got;
+}
+
+TEST_F(Records, BytesAndHeaderOfTheFirstRecords)
+{
+    ASSERT_EQ(tscrdata32("fixed", 4, 0, nullptr), 0);
+    for (const int32_t length : {0, -1, 99})
+        ASSERT_EQ(tsadd32(0, "abcdEFGH", length, 'n'), TS_OK); // the length isn't used
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    EXPECT_EQ(sim::bytes("fixed").substr(0, 40),
+              std::string(
+                  "*TSD\3\0\0\0\0\0\0\0\4\0\0\0\x40\0\0\0\0\0\0\0\0\0\0\0 \0\0\0\4\0\0\0abcd", 40));
+
+    ASSERT_EQ(tscrdata32("variable", -1, 0, nullptr), 0);
+    for (const int32_t length : {0, -1, INT32_MIN})
+        EXPECT_EQ(tsadd32(0, "x", length, 'n'), TS_RECORD_TOO_SHORT);
+    EXPECT_EQ(sim::bytes("variable").size(), 28U);
+    ASSERT_EQ(tsadd32(0, "12345", 5, 'n'), TS_OK);
+    ASSERT_EQ(tsadd32(0, "1234567", 7, 'n'), TS_OK);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    EXPECT_EQ(sim::bytes("variable"), data_file(2, 0, -1, 56, frame("12345") + frame("1234567")));
+}
+
+TEST_F(Records, WhatReadsSayInAFileWithoutRecords)
+{
+    const int32_t none = TS_NO_CURRENT_RECORD;
+    struct row {
+        int32_t which, created, fixed, variable;
+    };
+    const row rows[] = {
+        {first, TS_FIRST_RECORD_NONE, TS_FIRST_RECORD_NONE, TS_FIRST_RECORD_NONE},
+        {last, none, TS_LAST_RECORD_NONE, TS_NEEDS_FIXED_LENGTH},
+        {next, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {previous, none, TS_PREVIOUS_RECORD_AT_START, TS_NEEDS_FIXED_LENGTH},
+        {current, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {frame_only, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {by_number_1, TS_BAD_RECORD_NUMBER, TS_BAD_RECORD_NUMBER, TS_BAD_RECORD_NUMBER},
+    };
+    for (const int32_t record_length : {4, -1}) {
+        const std::string name = std::to_string(record_length);
+        ASSERT_EQ(tscrdata32(name.c_str(), record_length, 0, nullptr), 0);
+        for (const row& r : rows)
+            EXPECT_EQ(do_read(r.which, 4).code, r.created) << name << " " << r.which;
+        EXPECT_EQ(data_slots[0].current_record, 0);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+        ASSERT_EQ(tsopend32(name.c_str()), 0);
+        for (const row& r : rows) {
+            EXPECT_EQ(do_read(r.which, 4).code, record_length > 0 ? r.fixed : r.variable)
+                << name << " " << r.which;
+            EXPECT_EQ(data_slots[0].current_record, 1);
+        }
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+    }
+}
+
+// Starting from record 2 of three, the second of which is deleted.
+TEST_F(Records, WhatReadsDeliverAndWhereTheyLeaveTheCurrentRecord)
+{
+    struct row {
+        int32_t which;
+        const char* body;
+        int32_t deleted, now;
+    };
+    const row rows[] = {
+        {first, "aaaa", 0, 1},       {last, "cccc", 0, 3},        {next, "cccc", 0, 3},
+        {previous, "aaaa", 0, 1},    {current, "bbbb", 1, 2},     {frame_only, "....", 1, 2},
+        {by_number_1, "aaaa", 0, 1}, {by_number_2, "bbbb", 1, 2}, {by_number_3, "cccc", 0, 3}};
+    for (const mode wanted : all_modes) {
+        for (const int32_t record_length : {4, -1}) {
+            begin();
+            switch_to(wanted);
+            const std::string records = frame("aaaa", '?') + frame("bbbb", 'd') +
+                                        frame("cccc", 'D');
+            sim::set_bytes("d", data_file(3, 1, record_length, 64, records));
+            ASSERT_EQ(tsopend32("d"), 0);
+            for (const row& r : rows) {
+                SCOPED_TRACE(std::to_string(r.which) + " of length " +
+                             std::to_string(record_length));
+                ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
+                const outcome got = do_read(r.which, 4);
+                if (record_length < 0 && (r.which == last || r.which == previous)) {
+                    EXPECT_EQ(got.code, TS_NEEDS_FIXED_LENGTH);
+                    continue;
+                }
+                EXPECT_EQ(got.code, TS_OK);
+                EXPECT_EQ(got.body, r.body);
+                EXPECT_EQ(got.deleted, r.deleted);
+                EXPECT_EQ(data_slots[0].current_record, r.now);
+                EXPECT_EQ(data_slots[0].current_offset, 28 + 12 * (r.now - 1));
+            }
+            EXPECT_EQ(do_read(by_number_3, 4).code, TS_OK);
+            EXPECT_EQ(do_read(next, 4).code, TS_NEXT_RECORD_AT_END);
+            EXPECT_EQ(tsgetd32(0, 4, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
+            EXPECT_EQ(tsgetd32(0, 0, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
+            EXPECT_EQ(tsgetd32(0, -1, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
+            EXPECT_EQ(data_slots[0].current_record, 3);
+            finish();
+        }
+    }
+    begin();
+}
+
+// Only the first read and the step back have moved when the body can't be read.
+TEST_F(Records, WhereAFailedReadLeavesTheCurrentRecord)
+{
+    struct row {
+        int32_t which, now;
+    };
+    const row rows[] = {{first, 1},   {last, 2},       {next, 2},       {previous, 1},
+                        {current, 2}, {frame_only, 2}, {by_number_1, 2}};
+    sim::set_bytes("d", data_file(3, 0, 4, 64, frame("aaaa") + frame("bbbb") + frame("cccc")));
+    for (const row& r : rows) {
+        for (uint64_t failing = 1;; ++failing) {
+            SCOPED_TRACE(std::to_string(r.which) + ", failing read " + std::to_string(failing));
+            ASSERT_EQ(data_slots[0].status == slot_free ? tsopend32("d") : 0, 0);
+            ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
+            sim::plan({.at = failing,
+                       .where = sim::only(sim::call::read),
+                       .how = sim::failure::short_bytes});
+            const uint64_t before = sim::faults_met();
+            const int32_t code = do_read(r.which, 4).code;
+            const bool failed = sim::faults_met() > before;
+            sim::clear_fault();
+            if (!failed) break;
+            EXPECT_TRUE(code == TS_FRAME_READ_SHORT || code == TS_BODY_READ_SHORT) << code;
+            EXPECT_EQ(data_slots[0].current_record, r.now);
+        }
+    }
+}
+
+TEST_F(Records, CallsOfThePlatform)
+{
+    ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
+    sim::count_afresh();
+    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
+    EXPECT_LE(sim::calls(sim::call::write), 2U);
+    EXPECT_EQ(sim::calls() - sim::calls(sim::call::position), sim::calls(sim::call::write));
+    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
+    sim::count_afresh();
+    ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::read), 2U);
+    EXPECT_EQ(sim::calls() - sim::calls(sim::call::position), 2U);
+    ASSERT_EQ(tsautoup32('y'), TS_OK);
+    sim::count_afresh();
+    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::flush), 3U); // frame, body, header
+}
+
+// Every read of a damaged file comes back, with no byte beyond the room that the header tells.
+void read_everything(size_t room)
+{
+    for (int32_t which = 0; which < reads; ++which) do_read(which, room);
+    for (int32_t step = 0; step < 8; ++step) do_read(next, room);
+}
+
+TEST_F(Records, HostileHeadersAndFrames)
+{
+    const int32_t values[] = {INT32_MIN, INT32_MIN + 1, -9,       -8, -2, -1, 0, 1, 3, 5, 8, 28,
+                              64,        0x7ffffff0,    INT32_MAX};
+    for (const int32_t record_length : {4, -1}) {
+        const std::string sound = data_file(3, 1, record_length, 64,
+                                            frame("aaaa") + frame("bbbb", 'd') + frame("cccc"));
+        for (const size_t place : {4U, 8U, 12U, 16U, 20U, 24U, 32U, 44U, 56U}) {
+            for (const int32_t value : values) {
+                for (const mode wanted : {mode::single, mode::shared}) {
+                    SCOPED_TRACE(std::to_string(place) + ": " + std::to_string(value));
+                    begin();
+                    switch_to(wanted);
+                    tsdelow32('y');
+                    std::string bytes = sound;
+                    bytes.replace(place, 4, i32(value));
+                    sim::set_bytes("d", bytes);
+                    const int32_t told = load_i32(bytes.data() + 12);
+                    // A body is never longer than a sound header tells, nor than the file.
+                    if (tsopend32("d") == 0)
+                        read_everything(told > 0 && told < 64 ? static_cast<size_t>(told) : 64);
+                    EXPECT_EQ(sim::bytes("d"), bytes);
+                    finish();
+                }
+            }
+        }
+    }
+    begin();
+}
+
+TEST_F(Records, FilesCutAtEveryLength)
+{
+    for (const int32_t record_length : {4, -1}) {
+        const std::string sound = data_file(3, 1, record_length, 64,
+                                            frame("aaaa") + frame("bbbb", 'd') + frame("cccc"));
+        for (size_t size = 28; size < sound.size(); ++size) {
+            sim::set_bytes("d", sound.substr(0, size));
+            ASSERT_EQ(tsopend32("d"), 0);
+            EXPECT_LT(do_read(by_number_3, 4).code, 0);
+            read_everything(4);
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+        }
+    }
+}
+
+// Whatever fails in an append: the next add goes behind the last record that counts, and the file
+// then holds exactly the records that were reported as stored, or one more whose header alone was
+// reported as failed.
+TEST_F(Records, AFailedAppendNeverCountsARecordThatIsNotThere)
+{
+    for (const mode wanted : all_modes) {
+        SCOPED_TRACE(static_cast<int>(wanted));
+        const auto prepare = [wanted] {
+            switch_to(wanted);
+            ASSERT_EQ(tscrdata32("d", -1, 0, nullptr), 0);
+            ASSERT_EQ(tsadd32(0, "one", 3, 'n'), TS_OK);
+        };
+        const auto check = [](int32_t code) {
+            if (is_shared()) { EXPECT_GE(tsulalld32(0), 0); }
+            tsautoup32('n'); // a flush that failed once fails for good
+            const int32_t counted = data_slots[0].header.record_count;
+            ASSERT_EQ(tsadd32(0, "three", 5, 'n'), TS_OK);
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+            const std::string with = data_file(3, 0, -1, 64,
+                                               frame("one") + frame("two2") + frame("three"));
+            const std::string without = data_file(2, 0, -1, 52, frame("one") + frame("three"));
+            const std::string bytes = sim::bytes("d");
+            if (code == TS_OK) { EXPECT_EQ(bytes, with); }
+            if (code != TS_OK) {
+                EXPECT_TRUE(bytes == with || bytes.substr(0, without.size()) == without) << counted;
+            }
+        };
+        const auto operation = [] { return tsadd32(0, "two2", 4, 'n'); };
+        sweep(prepare, operation, check);
+        sweep(prepare, operation, check, TS_OK, sim::only(sim::call::position));
+    }
+}
+
+} // namespace

@@ -1,0 +1,227 @@
+// Multi-user mode, the ranges that a caller takes, and what range_lock does with its table and the
+// platform. The other party is a second open of the same file: locks belong to opens, not to
+// processes.
+#include "multiuser/held_range.h"
+#include "tests/support/library_fixture.h"
+
+#include <vector>
+
+using namespace tarsil;
+using namespace tarsil::support;
+
+namespace {
+
+struct MultiUser : Library {
+    void SetUp() override
+    {
+        Library::SetUp();
+        sim::set_bytes("d",
+                       data_file(3, 1, 4, 64, frame("aaaa") + frame("bbbb", 'd') + frame("cccc")));
+    }
+
+    // The file open under handle 0 and, as another party, under handle 1.
+    static void open_twice()
+    {
+        ASSERT_EQ(tsmuser32('y'), TS_OK);
+        ASSERT_EQ(tsopend32("d"), 0);
+        ASSERT_EQ(tsopend32("d"), 1);
+    }
+
+    static int32_t place(int32_t offset, int32_t length)
+    {
+        return range_lock(data_range(0, offset, length), lock_action::place);
+    }
+    static int32_t release(int32_t offset, int32_t length)
+    {
+        return range_lock(data_range(0, offset, length), lock_action::release);
+    }
+    static lock_entry entry(int32_t i) { return lock_table[data_file_number * row_entries + i]; }
+};
+
+TEST_F(MultiUser, SwitchingTheMode)
+{
+    EXPECT_EQ(check_share_loaded32(), 255);
+    struct row {
+        char letter;
+        int32_t code;
+    };
+    for (const row& r : {row{'N', TS_OK}, row{'y', TS_OK}, row{'Y', TS_MULTI_USER_ALREADY},
+                         row{'x', TS_BAD_MULTI_USER_LETTER}, row{'n', TS_OK}, row{'n', TS_OK},
+                         row{'Y', TS_OK}, row{0, TS_BAD_MULTI_USER_LETTER}})
+        EXPECT_EQ(tsmuser32(r.letter), r.code) << r.letter;
+    EXPECT_TRUE(is_shared());
+    EXPECT_EQ(tsmuser32('N'), TS_OK);
+    sim::plan({.where = sim::only(sim::call::allocate)});
+    EXPECT_EQ(tsmuser32('y'), TS_NO_MEMORY_LOCK_TABLE);
+    EXPECT_FALSE(is_shared());
+}
+
+TEST_F(MultiUser, WhichCodeWins)
+{
+    ASSERT_EQ(tsopend32("d"), 0);
+    for (const int32_t handle : {0, 1, -1}) {
+        EXPECT_EQ(tslockd32(handle), TS_DATA_LOCK_SINGLE_USER);
+        EXPECT_EQ(tsulockd32(handle), TS_DATA_LOCK_SINGLE_USER);
+        EXPECT_EQ(tslockdr32(handle, 0), TS_RECORD_LOCK_SINGLE_USER);
+        EXPECT_EQ(tsulckdr32(handle, 0), TS_RECORD_LOCK_SINGLE_USER);
+        EXPECT_EQ(tslocki32(handle, 0), TS_INDEX_LOCK_SINGLE_USER);
+        EXPECT_EQ(tsulocki32(handle, 0), TS_INDEX_LOCK_SINGLE_USER);
+    }
+    EXPECT_EQ(tsulalld32(0), TS_UNLOCK_ALL_SINGLE_USER);
+    EXPECT_EQ(tsulalld32(-1), TS_BAD_DATA_HANDLE);
+    EXPECT_EQ(tsulalli32(0, 0), TS_INDEX_NOT_OPEN);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    open_twice();
+    EXPECT_EQ(tslockd32(9), TS_BAD_DATA_HANDLE);
+    EXPECT_EQ(tslockdr32(3, 1), TS_DATA_NOT_OPEN);
+    EXPECT_EQ(tslocki32(0, 5), TS_BAD_INDEX_HANDLE);
+    EXPECT_EQ(tslocki32(0, 0), TS_INDEX_NOT_OPEN);
+}
+
+TEST_F(MultiUser, TheWholeFileAndTheOtherParty)
+{
+    open_twice();
+    char body[4];
+    int32_t deleted = 0;
+    EXPECT_EQ(tslockd32(0), 1);
+    EXPECT_EQ(tslockd32(0), 0);
+    const uint64_t locks = sim::calls(sim::call::lock);
+    EXPECT_EQ(tsgetfd32(0, body, &deleted), TS_OK);
+    EXPECT_EQ(tsadd32(0, "dddd", 4, 'y'), TS_OK);
+    EXPECT_EQ(tsdeld32(0, 1), TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::lock), locks); // all of it was covered
+    EXPECT_EQ(tsgetfd32(1, body, &deleted), TS_LOCK_REFUSED);
+    EXPECT_EQ(tsadd32(1, "eeee", 4, 'y'), TS_LOCK_REFUSED);
+    EXPECT_EQ(sim::held_ranges(), 1U);
+    EXPECT_EQ(tsulockd32(0), TS_OK);
+    EXPECT_EQ(tsulockd32(0), TS_UNLOCK_NOT_HELD);
+    EXPECT_EQ(tsadd32(1, "eeee", 4, 'y'), TS_OK); // on a fresh header
+    EXPECT_EQ(sim::bytes("d").substr(76), frame("eeee"));
+    EXPECT_EQ(tsgetd32(0, 5, body, &deleted), TS_OK);
+}
+
+TEST_F(MultiUser, RecordLocks)
+{
+    open_twice();
+    char body[4];
+    int32_t deleted = 0;
+    for (const int32_t number : {0, -1, 4, INT32_MAX})
+        EXPECT_EQ(tslockdr32(0, number), TS_RECORD_LOCK_BAD_NUMBER);
+    EXPECT_EQ(data_slots[0].current_record, 1);
+    EXPECT_EQ(tslockdr32(0, 2), TS_OK);
+    EXPECT_EQ(tslockdr32(0, 2), TS_OK);
+    EXPECT_EQ(data_slots[0].current_record, 2);
+    EXPECT_EQ(entry(0).offset, 40);
+    EXPECT_EQ(entry(0).length, 12);
+    EXPECT_EQ(tsgetcd32(0, body, &deleted), TS_OK); // the holder's own reads and writes pass
+    EXPECT_EQ(tsundeld32(0, 2), TS_OK);
+    EXPECT_EQ(tsgetd32(1, 2, body, &deleted), TS_LOCK_REFUSED);
+    EXPECT_EQ(tslockdr32(1, 2), TS_LOCK_REFUSED);
+    EXPECT_EQ(tsgetd32(1, 3, body, &deleted), TS_OK);
+    EXPECT_EQ(tsgetfd32(0, body, &deleted), TS_OK);
+    EXPECT_EQ(tsulckdr32(0, 2), TS_OK);
+    EXPECT_EQ(data_slots[0].current_record, 2);
+    EXPECT_EQ(tsulckdr32(0, 2), TS_UNLOCK_NOT_HELD);
+
+    sim::set_bytes("v", data_file(1, 0, -1, 40, frame("aaaa")));
+    ASSERT_EQ(tsopend32("v"), 2);
+    for (const int32_t number : {0, 1}) EXPECT_EQ(tslockdr32(2, number), TS_NEEDS_FIXED_LENGTH);
+    // Headers whose record has no place in a file, so that the offset must not be taken for "here".
+    for (const int32_t record_length : {INT32_MAX, INT32_MAX - 8, 0, -2, -9, INT32_MIN}) {
+        sim::set_bytes("v", data_file(INT32_MAX, 0, record_length, 40, frame("aaaa")));
+        EXPECT_EQ(tslockdr32(2, INT32_MAX), TS_LOCK_POSITION) << record_length;
+        EXPECT_EQ(tsulckdr32(2, INT32_MAX), TS_LOCK_POSITION) << record_length;
+    }
+    sim::set_bytes("v", data_file(1, 0, -1, 40, frame("aaaa")));
+}
+
+TEST_F(MultiUser, TheRowOfAFile)
+{
+    open_twice();
+    EXPECT_EQ(release(0, 10), TS_UNLOCK_NOT_HELD);
+    for (const int32_t offset : {1000, 2000, 3000, 4000, 5000}) EXPECT_EQ(place(offset, 10), 1);
+    EXPECT_EQ(place(6000, 1), TS_LOCK_TABLE_FULL);
+    EXPECT_EQ(place(5000, 10), 0);
+    EXPECT_EQ(place(5009, 1), 0);
+    EXPECT_EQ(release(5000, 9), TS_UNLOCK_NOT_HELD_FULL);
+    EXPECT_EQ(release(2000, 10), 0);
+    const int32_t left[] = {1000, 3000, 4000, 5000, no_offset};
+    for (int32_t i = 0; i < row_entries; ++i) EXPECT_EQ(entry(i).offset, left[i]);
+    EXPECT_EQ(release(5000, 9), TS_UNLOCK_NOT_HELD);
+    EXPECT_EQ(place(5001, 10), TS_LOCK_REFUSED); // one byte too far to be covered, and it overlaps
+    EXPECT_EQ(place(1010, 10), 1);
+    EXPECT_EQ(release(3000, 10), 0);
+    EXPECT_EQ(place(1005, 10), TS_LOCK_REFUSED); // two neighbours together don't cover
+    EXPECT_EQ(place(3000, 10), 1);
+    for (const size_t held : {5U, 4U, 3U, 0U}) {
+        while (sim::held_ranges() < held)
+            ASSERT_EQ(place(static_cast<int32_t>(sim::held_ranges()) * 100 + 8000, 1), 1);
+        EXPECT_EQ(tsulalld32(0), held == 5 ? 4 : static_cast<int32_t>(held));
+        EXPECT_EQ(sim::held_ranges(), 0U);
+    }
+}
+
+TEST_F(MultiUser, PositionAndTries)
+{
+    open_twice();
+    const platform::file_handle file = data_slots[0].file;
+    const auto position = [file] {
+        return platform::SetFilePointer(file, 0, platform::origin::current);
+    };
+    ASSERT_EQ(platform::SetFilePointer(file, 50, platform::origin::begin), 50U);
+    EXPECT_EQ(place(1000, 8), 1);
+    EXPECT_EQ(position(), 50U);
+    lock_position = 7;
+    EXPECT_EQ(place(at_file_position, 8), 1);
+    EXPECT_EQ(lock_position, 50);
+    lock_position = 7;
+    EXPECT_EQ(place(at_file_position, 4), 0);
+    EXPECT_EQ(lock_position, 50);
+    EXPECT_EQ(release(50, 8), 0);
+    EXPECT_EQ(release(1000, 8), 0);
+    EXPECT_EQ(position(), 50U);
+
+    // Two refusals are passed over, three are the answer; each place of a failed position has its
+    // code.
+    struct row {
+        sim::fault planned;
+        int32_t code;
+        int32_t entry;
+    };
+    const sim::kinds positions = sim::only(sim::call::position);
+    const row rows[] = {{{.at = 1, .where = sim::only(sim::call::lock)}, 1, 100},
+                        {{.at = 1, .where = positions}, TS_LOCK_NO_POSITION, no_offset},
+                        {{.at = 2, .where = positions}, TS_LOCK_POSITION, no_offset},
+                        {{.at = 3, .where = positions}, TS_LOCK_RESTORE_POSITION, 100}};
+    for (const row& r : rows) {
+        sim::plan(r.planned);
+        EXPECT_EQ(place(100, 1), r.code);
+        sim::clear_fault();
+        EXPECT_EQ(entry(0).offset, r.entry);
+        EXPECT_GE(tsulalld32(0), 0);
+    }
+    sim::count_afresh();
+    sim::plan({.for_good = true, .where = sim::only(sim::call::lock)});
+    EXPECT_EQ(place(100, 1), TS_LOCK_REFUSED);
+    EXPECT_EQ(sim::calls(sim::call::lock), 3U);
+    EXPECT_EQ(entry(0).offset, no_offset);
+}
+
+TEST_F(MultiUser, AFlushGivesUpAllRangesAndTakesThemBackInOrder)
+{
+    open_twice();
+    for (const int32_t offset : {5000, 0, 1000, 4000, 3000}) ASSERT_EQ(place(offset, 100), 1);
+    ASSERT_EQ(tsautoup32('y'), TS_OK);
+    size_t seen = 9;
+    sim::meanwhile(1, sim::only(sim::call::flush), [&seen] { seen = sim::held_ranges(); });
+    EXPECT_EQ(tsadd32(0, "dddd", 4, 'y'), TS_OK);
+    EXPECT_EQ(seen, 0U);
+    const int32_t held[] = {5000, 0, 1000, 4000, 3000};
+    for (int32_t i = 0; i < row_entries; ++i) EXPECT_EQ(entry(i).offset, held[i]);
+
+    sim::plan({.where = sim::only(sim::call::flush)});
+    EXPECT_EQ(tsdeld32(0, 1), TS_FLUSH_FAILED);
+    EXPECT_EQ(sim::held_ranges(), 0U);
+}
+
+} // namespace
