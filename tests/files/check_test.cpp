@@ -211,6 +211,8 @@ TEST(DataCheck, FindsEachFault)
         {"last frame cut", last + 7, "", "D5 damage salvage"},
         {"last record gone", last, "", "D5 damage repair"},
         {"length of 0", third + 4, i32(0), "D6 damage salvage"},
+        {"and an end before it", 16, i32(40) + good.substr(20, third - 16) + i32(0),
+         "D6 damage salvage, D5 damage salvage"},
         {"length beyond the file", third + 4, i32(0x7fffffff), "D5 damage salvage"},
         {"two records in one", third + 4, i32(16), "D6 damage repair, D5 out of step repair"},
         {"a mark that the header doesn't count", last, "d", "D7 out of step repair"},
@@ -257,8 +259,8 @@ TEST(IndexCheck, FindsEachFault)
         {"a wrong length", 32, i32(5), "I2"},
         {"a string of no bytes", 28, bytes("s\0\0\0\0\0\0\0", 8), "I2"},
         {"a wrong packed key", 20, i32(9), "I2"},
-        {"odd room", 8, i32(5), "I2"},
-        {"room for 2", 8, i32(2), "I2"},
+        {"odd room", 8, i32(5) + i32(68), "I2"},
+        {"room for 2", 8, i32(2) + i32(32), "I2"},
         {"wrong node size", 12, i32(60), "I2"},
         {"node size beyond 32 bits", 8, i32(0x7ffffffe), "I2"},
         {"root outside the file", 24, i32(1 << 30), "I3" + missing(10)},
@@ -288,6 +290,7 @@ TEST(IndexCheck, FindsEachFault)
         {"an unused entry with a key", leaf_a + 2 * stride + 4, i32(7), "I10"},
         {"an unused entry of a branch", root + 2 * stride + 8, i32(7), "I10"},
         {"a key field that isn't the record's", leaf_a + 4, i32(11), "I11"},
+        {"an entry far behind", leaf_a + stride, leaf_entry(i32(20), frame_of(1 << 22)), "I11 I11"},
         {"two entries for a record", leaf_a + stride, value_entry(0), "I6 I11 I11"},
         {"no entry for a record", leaf_a, node(one_long, 'l', 1, value_entry(0)), "I11"},
     };
@@ -330,7 +333,7 @@ TEST(Checkers, MissNoBitAndNoMissingByte)
                check_index_image(span_of(index_file), span_of(data_file)).is_sound();
     };
     const auto flip_each = [&](const bytes& file, bit (*bit_of)(size_t), auto&& check) {
-        for (size_t i = 0; i < 8 * file.size(); i += bit_of(i / 8) == bit::is_free ? 3 : 1) {
+        for (size_t i = 0; i < 8 * file.size(); i += bit_of(i / 8) == bit::is_free ? 3U : 1U) {
             bytes changed = file;
             changed[i / 8] = static_cast<char>(changed[i / 8] ^ (1 << i % 8));
             const bool sound = check(changed);
@@ -376,7 +379,7 @@ TEST(IndexCheck, KeepsToTheRulesOfEachLetter)
         {"a long way down in small steps", "d", {d(1.0018), d(1.0009), d(1.0)}, sound},
         {"the same in one step", "d", {d(1.0018), d(1.0)}, note},
         {"the same with a smaller precision", "d", {d(1.0018), d(1.0)}, sound, 2},
-        {"not a number between them", "d", {d(9), nan, d(1)}, sound},
+        {"not a number equals all", "dl", {nan + i32(2), d(1) + i32(1)}, note},
         {"no tolerance at all", "d", {d(1), d(1), d(1)}, sound, 400},
         {"infinities", "d", {d(-1e308 * 10), d(5), d(1e308 * 10), d(1e308 * 10)}, sound},
         {"floats have their own tolerance", "f", {f(1.0005F), f(1.0F)}, sound},
