@@ -1,0 +1,344 @@
+// Taking deleted records out of a file, making a header from the records, and the two together
+// after a kill.
+#include "index/slots.h"
+#include "tests/support/library_fixture.h"
+
+#include <vector>
+
+using namespace tarsil;
+using namespace tarsil::support;
+
+namespace {
+
+struct Purge : Library {
+    // A file with a record for each body, those with a capital first letter deleted, and an index
+    // over the first 4 bytes.
+    static void make(const std::vector<std::string>& bodies, int32_t record_length, bool indexed)
+    {
+        ASSERT_EQ(tscrdata32("d", record_length, 0, nullptr), 0);
+        for (const std::string& body : bodies)
+            ASSERT_EQ(tsadd32(0, body.data(), static_cast<int32_t>(body.size()), 'y'), TS_OK);
+        for (size_t i = 0; i < bodies.size(); ++i) {
+            if (bodies[i][0] < 'a') { ASSERT_EQ(tsdeld32(0, static_cast<int32_t>(i) + 1), TS_OK); }
+        }
+        key_definition definition = {};
+        definition.cursor = 'y';
+        definition.order = 2;
+        definition.field_count = 1;
+        definition.types[0] = 's';
+        definition.lengths[0] = 4;
+        char body[16];
+        if (indexed) {
+            ASSERT_GE(tscrindd32(0, "i", 1, &definition, body),
+                      bodies.empty() ? TS_FIRST_RECORD_NONE : 0);
+        }
+    }
+
+    static int32_t purge(int32_t& removed)
+    {
+        char buffer[16];
+        return tspurge32(0, buffer, &removed);
+    }
+
+    // The records as the key leads to them, each by its whole body.
+    static std::vector<std::string> walk_key()
+    {
+        std::vector<std::string> bodies;
+        char body[17] = {};
+        int32_t deleted = 0;
+        if (tsgetfi32(0, 0, 0, body, &deleted) != TS_OK) return bodies;
+        do bodies.emplace_back(body);
+        while (bodies.size() < 100 && tsgetni32(0, 0, 0, body, &deleted) == TS_OK);
+        return bodies;
+    }
+};
+
+TEST_F(Purge, WhatStaysAndWhatGoes)
+{
+    struct row {
+        int32_t record_length;
+        std::vector<std::string> bodies,
+            left; // left in the order of the file, which is that of the key too
+    };
+    const row rows[] = {
+        {5, {"aaaa1", "BBBB2", "cccc3", "DDDD4", "eeee5"}, {"aaaa1", "cccc3", "eeee5"}},
+        {5, {"aaaa1", "bbbb2", "CCCC3"}, {"aaaa1", "bbbb2"}},
+        {5, {"AAAA1", "bbbb2", "bbbb2"}, {"bbbb2", "bbbb2"}},
+        {5, {"AAAA1", "BBBB2"}, {}},
+        {-1, {"AAAA1", "bbbb", "CCCCCC3", "dddddd4", "EEEE"}, {"bbbb", "dddddd4"}},
+    };
+    for (const mode wanted : all_modes) {
+        for (const row& r : rows) {
+            SCOPED_TRACE(r.bodies[0] + std::to_string(r.record_length) + " mode " +
+                         std::to_string(static_cast<int>(wanted)));
+            begin();
+            switch_to(wanted);
+            make(r.bodies, r.record_length, true);
+            const size_t size = sim::bytes("d").size();
+            std::string records;
+            for (const std::string& body : r.left) records += frame(body);
+            const auto count = static_cast<int32_t>(r.left.size());
+            const auto end = static_cast<int32_t>(28 + records.size());
+            int32_t removed = -7;
+            EXPECT_EQ(purge(removed), TS_OK);
+            EXPECT_EQ(removed, static_cast<int32_t>(r.bodies.size()) - count);
+            EXPECT_EQ(data_slots[0].status, slot_dirty);
+            EXPECT_EQ(data_slots[0].current_record, 1);
+            EXPECT_EQ(data_slots[0].current_offset, 28);
+            EXPECT_EQ(walk_key(), r.left);
+            if (wanted != mode::single) {
+                EXPECT_EQ(sim::bytes("d").substr(0, 28), data_file(count, 0, r.record_length, end));
+            }
+            EXPECT_EQ(purge(removed), TS_PURGE_NOTHING_DELETED);
+
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+            const std::string clear(size - static_cast<size_t>(end),
+                                    0); // the length of the file stays
+            EXPECT_EQ(sim::bytes("d"), data_file(count, 0, r.record_length, end, records) + clear);
+            char cursor[] = "y";
+            ASSERT_EQ(tsopend32("d"), 0);
+            ASSERT_EQ(tsopeni32(0, "i", cursor), 0);
+            EXPECT_EQ(walk_key(), r.left);
+            EXPECT_EQ(tsadd32(0, "zzzz9", 5, 'n'), TS_OK);
+            EXPECT_EQ(sim::bytes("d").substr(static_cast<size_t>(end), 13), frame("zzzz9"));
+            EXPECT_EQ(walk_key().size(), r.left.size() + 1);
+            finish();
+        }
+    }
+    begin();
+}
+
+TEST_F(Purge, NothingDeletedChangesNothing)
+{
+    make({"aaaa1"}, 5, true);
+    const std::string data = sim::bytes("d");
+    const std::string index = sim::bytes("i");
+    int32_t removed = -7;
+    EXPECT_EQ(purge(removed), TS_PURGE_NOTHING_DELETED);
+    EXPECT_EQ(removed, -7);
+    EXPECT_EQ(tspurge32(1, nullptr, &removed), TS_DATA_NOT_OPEN);
+    EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), data + index);
+}
+
+// A failure before the walk leaves all as it was and holds nothing; one behind it keeps every
+// bracket that wasn't given back in its turn. The caller then can release all of them.
+TEST_F(Purge, AFailureAtAnyCall)
+{
+    std::string before;
+    for (const mode wanted : all_modes) {
+        SCOPED_TRACE(static_cast<int>(wanted));
+        const auto prepare = [&before, wanted] {
+            switch_to(wanted);
+            make({"aaaa1", "BBBB2", "cccc3", "dddd4", "eeee5", "ffff6"}, 5, true);
+            before = sim::bytes("d") + sim::bytes("i");
+        };
+        const auto operation = [] {
+            int32_t removed = 0;
+            return purge(removed);
+        };
+        const auto check = [&before](int32_t code) {
+            EXPECT_EQ(index_of(0, 0).node_area_is_new, no);
+            if (code == TS_OK) {
+                EXPECT_LE(sim::held_ranges(), 1U); // of a release that failed silently
+            }
+            if (sim::held_ranges() == 0 && is_shared() && code == TS_LOCK_REFUSED) {
+                EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), before);
+            }
+            release_ranges();
+            tsautoup32('n');
+        };
+        sweep(prepare, operation, check, TS_OK, sim::any_kind);
+    }
+}
+
+TEST_F(Purge, WhichBracketsStay)
+{
+    struct row {
+        sim::call failing;
+        uint64_t at;
+        int32_t code, held_data, held_index;
+    };
+    std::vector<row> rows = {
+        {sim::call::lock, 1, TS_LOCK_REFUSED, 0, 0},      // the data file's
+        {sim::call::read, 1, TS_HEADER_READ_SHORT, 0, 0}, // the refresh
+        {sim::call::read, 2, TS_FRAME_READ_SHORT, 1, 1},  // the walk
+        {sim::call::read, 4, TS_BODY_READ_SHORT, 1, 1},
+        {sim::call::write, 1, TS_NODE_WRITE_SHORT, 1, 1},
+        {sim::call::write, 2, TS_RECORD_WRITE_SHORT, 1, 1},
+        {sim::call::write, 4, TS_HEADER_WRITE_SHORT, 0, 1}, // the end
+        {sim::call::write, 5, TS_KEY_RECORDS_WRITE_SHORT, 0, 0},
+    };
+    for (uint64_t n = 1; n < 100; ++n)
+        rows.push_back({sim::call::position, n, TS_PURGE_END_POSITION, 0, 1});
+    int32_t ends_not_reached = 0;
+    for (const row& r : rows) {
+        SCOPED_TRACE(std::to_string(r.code) + " at " + std::to_string(r.at));
+        begin();
+        switch_to(mode::shared);
+        make({"aaaa1", "BBBB2", "cccc3"}, 5, true);
+        const bool lasting = r.failing == sim::call::lock; // one refusal would be passed over
+        sim::plan({.at = r.at, .for_good = lasting, .where = sim::only(r.failing)});
+        int32_t removed = 0;
+        const int32_t code = purge(removed);
+        sim::clear_fault();
+        if (code == TS_PURGE_END_POSITION) {
+            EXPECT_EQ(removed, 1);
+            ++ends_not_reached;
+        }
+        if (r.failing != sim::call::position || code == r.code) {
+            EXPECT_EQ(code, r.code);
+            EXPECT_EQ(tsulalld32(0), r.held_data);
+            EXPECT_EQ(tsulalli32(0, 0), r.held_index);
+        }
+        release_ranges();
+        finish();
+    }
+    EXPECT_EQ(ends_not_reached, 1);
+    begin();
+}
+
+TEST_F(Purge, DamagedFilesAreRefused)
+{
+    const auto expect_refused = [](const std::string& bytes, int32_t code) {
+        sim::set_bytes("d", bytes);
+        ASSERT_EQ(tsopend32("d"), 0);
+        int32_t removed = 0;
+        EXPECT_EQ(purge(removed), code);
+        EXPECT_EQ(sim::bytes("d"), bytes);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+    };
+    const std::string sound = frame("aaaa") + frame("bbbb", 'd') + frame("cccc");
+    for (const int32_t length : {INT32_MIN, -1, 0, 3, 5, INT32_MAX}) {
+        for (const size_t place : {4U, 16U}) {
+            SCOPED_TRACE(length);
+            std::string records = sound;
+            records.replace(place, 4, i32(length));
+            expect_refused(data_file(3, 1, 4, 64, records), TS_BODY_READ_SHORT);
+        }
+    }
+    expect_refused(data_file(4, 1, 4, 64, frame("aaaa") + frame("bbbb") + frame("cccc")),
+                   TS_FRAME_READ_SHORT);
+    expect_refused(data_file(INT32_MAX, 1, -1, 64, frame("aaaa") + frame("bbbb")),
+                   TS_FRAME_READ_SHORT);
+}
+
+// Records that the header doesn't know of stay for a rebuild to find.
+TEST_F(Purge, WhatLiesBehindTheKnownRecordsIsNotCleared)
+{
+    sim::set_bytes("d", data_file(2, 1, 4, 52, frame("aaaa", 'd') + frame("bbbb") + frame("cccc")));
+    ASSERT_EQ(tsopend32("d"), 0);
+    int32_t removed = 0;
+    EXPECT_EQ(purge(removed), TS_OK);
+    EXPECT_EQ(sim::bytes("d").substr(28), frame("bbbb") + std::string(12, 0) + frame("cccc"));
+}
+
+TEST_F(Purge, HeadersMadeFromRecords)
+{
+    const std::string two = frame("aaaa") + frame("bbbb", 'd');
+    const std::string mixed = two + frame("ccccc");
+    const std::string cut = data_file(0, 0, 4, 28, two);
+    struct row {
+        std::string bytes;
+        int32_t code, records, deleted, record_length, end;
+    };
+    std::vector<row> rows = {
+        {data_file(9, 9, 4, 99, two), 0, 2, 1, 4, 52},
+        {data_file(-1, -1, 7, INT32_MIN, two), 0, 2, 1, 4, 52},
+        {data_file(0, 0, 0, 0, two), 0, 2, 1, 4, 52},
+        {data_file(0, 0, -1, 0, two), 0, 2, 1, -1, 52},
+        {data_file(0, 0, 4, 0, mixed), 0, 3, 1, -1, 65},
+        {data_file(0, 0, INT32_MAX, 0), 0, 0, 0, INT32_MAX, 28},
+        {data_file(5, 5, -1, 0), 0, 0, 0, -1, 28},
+        {data_file(5, 5, -2, 0), 0, 0, 0, -1, 28},
+        {data_file(5, 5, 0, 0), 0, 0, 0, -1, 28},
+        // What a purge leaves behind the records ends the scan, however short it has become.
+        {data_file(0, 0, 4, 0, two + std::string(9000, 0)), 0, 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + std::string(8, 0)), 0, 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + std::string(1, 0)), 0, 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + std::string(9000, 0) + "x"), TS_BODY_READ_SHORT, 0, 0, 0, 0},
+        {data_file(0, 0, 4, 0, two + std::string(5, 0) + "x"), TS_FRAME_READ_SHORT, 0, 0, 0, 0},
+        {data_file(0, 0, 4, 0, two + " " + std::string(20, 0)), TS_BODY_READ_SHORT, 0, 0, 0, 0},
+        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(-1)), TS_BODY_READ_SHORT, 0, 0, 0, 0},
+        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(INT32_MAX)), TS_BODY_READ_SHORT, 0, 0,
+         0, 0},
+        {"*TSI" + two, TS_BAD_MAGIC, 0, 0, 0, 0},
+        {"*TSD", TS_HEADER_READ_SHORT, 0, 0, 0, 0},
+    };
+    for (size_t size = 41; size < 48; ++size)
+        rows.push_back({cut.substr(0, size), TS_FRAME_READ_SHORT, 0, 0, 0, 0});
+    for (size_t size = 48; size < 52; ++size)
+        rows.push_back({cut.substr(0, size), TS_BODY_READ_SHORT, 0, 0, 0, 0});
+    for (const int32_t field_bytes : {INT32_MIN, -8, -1, 25, INT32_MAX})
+        rows.push_back({std::string(cut).replace(20, 4, i32(field_bytes)), TS_FRAME_READ_POSITION,
+                        0, 0, 0, 0});
+    for (const mode wanted : all_modes) {
+        int32_t number = 0;
+        for (const row& r : rows) {
+            SCOPED_TRACE("row " + std::to_string(number++) + " mode " +
+                         std::to_string(static_cast<int>(wanted)));
+            begin();
+            switch_to(wanted);
+            sim::set_bytes("d", r.bytes);
+            std::vector<char> buffer(r.bytes.size());
+            EXPECT_EQ(tsrbdbh32("d", buffer.data()), r.code);
+            if (r.code < 0) {
+                EXPECT_EQ(sim::bytes("d"), r.bytes);
+                EXPECT_EQ(data_slots[0].status, slot_spoilt);
+            } else {
+                EXPECT_EQ(data_slots[0].status,
+                          wanted == mode::write_through ? slot_clean : slot_dirty);
+                EXPECT_EQ(data_slots[0].current_offset, 28);
+                ASSERT_EQ(tsclosed32(0), TS_OK);
+                EXPECT_EQ(sim::bytes("d").substr(0, 28),
+                          data_file(r.records, r.deleted, r.record_length, r.end));
+                EXPECT_EQ(sim::bytes("d").substr(28), r.bytes.substr(28));
+            }
+            finish();
+        }
+    }
+    begin();
+}
+
+TEST_F(Purge, AFailedRebuildWritesNothingButTheHeader)
+{
+    const std::string bytes = data_file(0, 0, 4, 28, frame("aaaa") + frame("bbbb", 'd'));
+    for (const mode wanted : all_modes) {
+        const auto prepare = [&bytes, wanted] {
+            switch_to(wanted);
+            sim::set_bytes("d", bytes);
+        };
+        const auto operation = [] {
+            char buffer[52];
+            return tsrbdbh32("d", buffer);
+        };
+        const auto check = [&bytes](int32_t code) {
+            EXPECT_EQ(sim::bytes("d").substr(28), bytes.substr(28));
+            EXPECT_EQ(sim::open_handles(), code < 0 ? 0U : 1U);
+            if (code < 0) {
+                EXPECT_TRUE(data_slots[0].status == slot_free ||
+                            data_slots[0].status == slot_spoilt);
+            }
+        };
+        sweep(prepare, operation, check, 0);
+        sweep(prepare, operation, check, 0, sim::only(sim::call::position));
+    }
+}
+
+// A process ends between a purge and the close that would have written the header.
+TEST_F(Purge, ARebuildFindsWhatAPurgeLeftEvenWithoutItsHeader)
+{
+    make({"aaaa1", "BBBB2", "cccc3", "DDDD4"}, 5, false);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    ASSERT_EQ(tsopend32("d"), 0);
+    int32_t removed = 0;
+    ASSERT_EQ(purge(removed), TS_OK);
+    sim::end_process();
+    ASSERT_EQ(tsinit32(), TS_STARTED);
+    char buffer[80];
+    ASSERT_EQ(tsrbdbh32("d", buffer), 0);
+    EXPECT_EQ(data_slots[0].header.record_count, 2);
+    EXPECT_EQ(data_slots[0].header.deleted_count, 0);
+    EXPECT_EQ(data_slots[0].header.end_offset, 28 + 26);
+}
+
+} // namespace
