@@ -1,0 +1,56 @@
+// The table of commands, in the order in which the help shows them, and the options that several of
+// them have.
+#include "tool/command.h"
+
+namespace tarsil::tool {
+
+namespace {
+
+constexpr command table[] = {
+    {"explain", "Name, cause and remedy of a result code",
+     "CODE is a number, with or without its sign, or a name, with or without TS_.",
+     "  tarsil explain -1004\n"
+     "  tarsil explain LOCK_REFUSED\n",
+     declare_explain},
+};
+
+} // namespace
+
+std::span<const command> all_commands() { return table; }
+
+void add_sharing(CLI::App& options, common_options& common)
+{
+    options
+        .add_option("--wait", common.wait_seconds,
+                    "Seconds to wait for files or ranges that another process holds")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    const auto choose = [&](sharing mode) { return [&common, mode] { common.mode = mode; }; };
+    auto* const shared = options.add_flag_callback("--multi-user", choose(sharing::shared),
+                                                   "Work beside other processes on the same files");
+    options
+        .add_flag_callback("--single-user", choose(sharing::alone),
+                           "Have the files alone meanwhile")
+        ->excludes(shared);
+}
+
+void add_fields_file(CLI::App& options, common_options& common)
+{
+    options
+        .add_option("--fields", common.fields_file,
+                    "File with the names of the fields, instead of DATA.fields")
+        ->type_name("FILE");
+}
+
+void add_json(CLI::App& options, common_options& common)
+{
+    options.add_flag("--json", common.json, "Write JSON");
+}
+
+void add_dry_run(CLI::App& options, common_options& common)
+{
+    options.add_flag("--dry-run", common.dry_run, "Tell what would be done, and change nothing");
+}
+
+} // namespace tarsil::tool
