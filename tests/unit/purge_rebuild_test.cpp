@@ -34,6 +34,14 @@ struct Purge : Library {
         }
     }
 
+    static void reopen()
+    {
+        char cursor[] = "y";
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+        ASSERT_EQ(tsopend32("d"), 0);
+        ASSERT_EQ(tsopeni32(0, "i", cursor), 0);
+    }
+
     static int32_t purge(int32_t& removed)
     {
         char buffer[16];
@@ -47,8 +55,10 @@ struct Purge : Library {
         char body[17] = {};
         int32_t deleted = 0;
         if (tsgetfi32(0, 0, 0, body, &deleted) != TS_OK) return bodies;
-        do bodies.emplace_back(body);
-        while (bodies.size() < 100 && tsgetni32(0, 0, 0, body, &deleted) == TS_OK);
+        int32_t code = TS_OK;
+        for (; code == TS_OK && bodies.size() < 100; code = tsgetni32(0, 0, 0, body, &deleted))
+            bodies.emplace_back(body);
+        EXPECT_EQ(code, TS_NEXT_ENTRY_AT_END);
         return bodies;
     }
 };
@@ -65,6 +75,7 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
         {5, {"aaaa1", "bbbb2", "CCCC3"}, {"aaaa1", "bbbb2"}},
         {5, {"AAAA1", "bbbb2", "bbbb2"}, {"bbbb2", "bbbb2"}},
         {5, {"AAAA1", "BBBB2"}, {}},
+        {5, {"AAAA1", "BBBB2", "CCCC3", "DDDD4", "EEEE5", "FFFF6"}, {}}, // the root was a branch
         {-1, {"AAAA1", "bbbb", "CCCCCC3", "dddddd4", "EEEE"}, {"bbbb", "dddddd4"}},
     };
     for (const mode wanted : all_modes) {
@@ -79,6 +90,7 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
             for (const std::string& body : r.left) records += frame(body);
             const auto count = static_cast<int32_t>(r.left.size());
             const auto end = static_cast<int32_t>(28 + records.size());
+            reopen();
             int32_t removed = -7;
             EXPECT_EQ(purge(removed), TS_OK);
             EXPECT_EQ(removed, static_cast<int32_t>(r.bodies.size()) - count);
@@ -91,13 +103,10 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
             }
             EXPECT_EQ(purge(removed), TS_PURGE_NOTHING_DELETED);
 
-            ASSERT_EQ(tsclosed32(0), TS_OK);
+            reopen();
             const std::string clear(size - static_cast<size_t>(end),
                                     0); // the length of the file stays
             EXPECT_EQ(sim::bytes("d"), data_file(count, 0, r.record_length, end, records) + clear);
-            char cursor[] = "y";
-            ASSERT_EQ(tsopend32("d"), 0);
-            ASSERT_EQ(tsopeni32(0, "i", cursor), 0);
             EXPECT_EQ(walk_key(), r.left);
             EXPECT_EQ(tsadd32(0, "zzzz9", 5, 'n'), TS_OK);
             EXPECT_EQ(sim::bytes("d").substr(static_cast<size_t>(end), 13), frame("zzzz9"));
@@ -209,7 +218,7 @@ TEST_F(Purge, DamagedFilesAreRefused)
     };
     const std::string sound = frame("aaaa") + frame("bbbb", 'd') + frame("cccc");
     for (const int32_t length : {INT32_MIN, -1, 0, 3, 5, INT32_MAX}) {
-        for (const size_t place : {4U, 16U}) {
+        for (const size_t place : {4U, 16U, 28U}) {
             SCOPED_TRACE(length);
             std::string records = sound;
             records.replace(place, 4, i32(length));
