@@ -15,6 +15,7 @@
 #include "core/validators.h"
 #include "data/frames.h"
 #include "data/header.h"
+#include "data/places.h"
 #include "data/reuse.h"
 #include "index/insert.h"
 #include "index/node_io.h"
@@ -117,19 +118,24 @@ int32_t examine_candidate_in_index(const add_work& work, int32_t index_handle)
     return candidate_taken;
 }
 
-// The noted slot can be out of date, when another process has used it or its delete was undone
-// unseen. Its own mark decides, and it must be a place where a record of this file stands: a live
-// record is never overwritten.
-bool is_deleted_slot(int32_t data_handle, int32_t offset, int32_t deleted)
+// The noted slot can be out of date: another process may have used it, or undone its delete, or
+// taken the very place out of the file by a purge. So it must be a place where a record of this
+// file stands, and the record's own mark decides: a live record is never overwritten.
+bool is_place_of_record(int32_t data_handle, int32_t offset)
 {
     const int32_t number = record_number_at(data_handle, offset);
-    return deleted == 1 && number >= 1 && number <= data_slots[data_handle].header.record_count &&
-           record_offset(data_handle, number) == offset;
+    return number >= 1 && number <= data_slots[data_handle].header.record_count &&
+           may_be_frame(data_handle, offset);
 }
 
-int32_t examine_candidate(const add_work& work, int32_t deleted)
+// Reads the old record into `old_image` and looks at all its entries.
+int32_t examine_candidate(const add_work& work, unsigned char* old_image)
 {
-    if (!is_deleted_slot(work.data_handle, work.slot, deleted)) return candidate_passed_over;
+    if (!is_place_of_record(work.data_handle, work.slot)) return candidate_passed_over;
+    int32_t deleted = 0;
+    const int32_t code = read_body(work.data_handle, old_image, work.slot, deleted);
+    if (code != TS_OK) return code;
+    if (deleted == 0) return candidate_passed_over;
     for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
         if (!has_index(work.data_handle, index_handle)) continue;
         const int32_t result = examine_candidate_in_index(work, index_handle);
@@ -161,13 +167,9 @@ int32_t choose_place(add_work& work, unsigned char*& old_image)
     for (;;) {
         // Looking for the next slot reads the header anew; the buffer keeps the size that it had.
         if (data.header.record_length != room) return TS_BODY_READ_SHORT;
-        int32_t deleted = 0;
         work.slot = data.reuse_offset;
         work.old_record = {old_image, room};
-        int32_t code = read_body(work.data_handle, old_image, work.slot, deleted);
-        if (code != TS_OK) return code;
-
-        code = examine_candidate(work, deleted);
+        int32_t code = examine_candidate(work, old_image);
         if (code < 0) return code;
         if (code == candidate_taken) return TS_OK;
 
@@ -188,24 +190,31 @@ void count_reuse(const add_work& work)
     data.current_record = record_number_at(work.data_handle, work.slot);
 }
 
-// A header from a damaged file may name an end in front of the first record, or numbers with no
-// successor; nothing is written by such a header.
+// A header from a damaged file may name an end in front of records that it counts, or between two
+// frames, or numbers with no successor; nothing is written by such a header.
+bool is_sound_end(int32_t data_handle)
+{
+    const data_header& header = data_slots[data_handle].header;
+    if (header.record_count < 0 || header.record_count == INT32_MAX) return false;
+    const bool fixed_length = header.record_length != variable_length;
+    const int32_t least = record_offset(data_handle, fixed_length ? header.record_count + 1 : 1);
+    return least != no_offset && header.end_offset >= least &&
+           may_be_frame(data_handle, header.end_offset);
+}
+
 int32_t count_append(add_work& work)
 {
     data_slot& data = data_slots[work.data_handle];
-    const int32_t end = data.header.end_offset;
-    const int32_t first = record_offset(work.data_handle, 1);
     if (work.record.length < 1) return TS_RECORD_TOO_SHORT;
-    if (first == no_offset || end < first || data.header.record_count < 0)
-        return TS_RECORD_WRITE_POSITION;
-    if (data.header.record_count == INT32_MAX || next_frame(end, work.record.length) == no_offset)
-        return TS_RECORD_WRITE_POSITION;
+    const int32_t end = data.header.end_offset;
+    const int32_t new_end = next_frame(end, work.record.length);
+    if (new_end == no_offset || !is_sound_end(work.data_handle)) return TS_RECORD_WRITE_POSITION;
 
     work.slot = end;
     data.header.record_count += 1;
     data.current_record = data.header.record_count;
     data.current_offset = work.slot;
-    data.header.end_offset = next_frame(end, work.record.length);
+    data.header.end_offset = new_end;
     return TS_OK;
 }
 

@@ -346,6 +346,7 @@ TEST_F(LifeCycle, HostileFieldBytes)
         // Nothing of the library can be led to write over the header.
         EXPECT_LT(tsupd32(0, 1, "abcd", 4, &removed, body, 0), 0);
         EXPECT_LT(tsdeld32(0, 1), 0);
+        EXPECT_LT(tsadd32(0, "abcd", 4, 'y'), 0);
         EXPECT_LT(tspurge32(0, body, &removed), 0);
         EXPECT_EQ(sim::bytes("d"), bytes);
         finish();

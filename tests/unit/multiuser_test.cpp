@@ -207,6 +207,23 @@ TEST_F(MultiUser, PositionAndTries)
     EXPECT_EQ(entry(0).offset, no_offset);
 }
 
+TEST_F(MultiUser, APlaceThatAnotherPartysPurgeTookAwayIsPassedOver)
+{
+    tsdelow32('y');
+    open_twice();
+    ASSERT_EQ(tsundeld32(0, 2), TS_OK);
+    ASSERT_EQ(tsdeld32(0, 3), TS_OK);
+    ASSERT_EQ(data_slots[0].reuse_offset, 52);
+    char body[4];
+    int32_t removed = 0;
+    ASSERT_EQ(tspurge32(1, body, &removed), TS_OK);
+
+    EXPECT_EQ(tsadd32(0, "dddd", 4, 'y'), TS_OK);
+    EXPECT_EQ(data_slots[0].reuse_offset, no_offset);
+    EXPECT_EQ(sim::bytes("d"),
+              data_file(3, 0, 4, 64, frame("aaaa") + frame("bbbb") + frame("dddd")));
+}
+
 TEST_F(MultiUser, AFlushGivesUpAllRangesAndTakesThemBackInOrder)
 {
     open_twice();
