@@ -104,7 +104,7 @@ int32_t tscrdata32(const char* name, int32_t record_length, int32_t field_count,
     }
 
     slot.status = slot_clean;
-    slot.open_index_count = 0;
     slot.current_record = 0;
+    begin_without_indexes(data_handle);
     return data_handle;
 }

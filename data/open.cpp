@@ -26,7 +26,7 @@ int32_t take_over_file(int32_t data_handle)
     code = refresh_data_header(data_handle);
     if (code != TS_OK) return code;
     begin_at_first_record(data_handle);
-    data_slots[data_handle].open_index_count = 0;
+    begin_without_indexes(data_handle);
     return scan_for_reusable(data_handle);
 }
 

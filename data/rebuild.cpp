@@ -161,6 +161,6 @@ int32_t tsrbdbh32(const char* name, void* buffer)
         return code;
     }
     begin_at_first_record(data_handle);
-    slot.open_index_count = 0;
+    begin_without_indexes(data_handle);
     return data_handle;
 }

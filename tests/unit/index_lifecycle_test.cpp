@@ -229,6 +229,30 @@ TEST_F(IndexLifecycle, FiveAreOpenAtMostAndTheLowestHandleGoesFirst)
     EXPECT_EQ(data_slots[0].open_index_count, 4);
 }
 
+// As in a forked child, or after a start without a close: the slots are free, and what they named
+// before is nobody's any more.
+TEST_F(IndexLifecycle, AStartAnewForgetsIndexFilesToo)
+{
+    const std::function<int32_t()> beginnings[] = {
+        [] { return tscrdata32("other.tsd", 8, 0, nullptr); }, [] { return tsopend32("data.tsd"); },
+        [] {
+            char body[8];
+            return tsrbdbh32("data.tsd", body);
+        }};
+    for (const auto& begin_with : beginnings) {
+        ASSERT_EQ(create(small_keys()), 0);
+        ASSERT_EQ(tsadd32(0, "12345678", 8, 'n'), TS_OK);
+        sim::end_process();
+        shared_node = nullptr;
+        ASSERT_EQ(tsinit32(), TS_STARTED);
+
+        ASSERT_EQ(begin_with(), 0);
+        EXPECT_EQ(tsadd32(0, "12345678", 8, 'n'), TS_OK);
+        EXPECT_EQ(open(), 0);
+        start_over(mode::single);
+    }
+}
+
 // Two keys, one of them with a cursor, in the order of the allocations for them.
 TEST_F(IndexLifecycle, WhatIsMissingTellsWhichMemoryRanOut)
 {
