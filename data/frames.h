@@ -26,8 +26,9 @@ int32_t next_frame(int32_t offset, int32_t length);
                                  int32_t& deleted);
 
 // Reads the frame anew and then the body, as long as the frame says. TS_BODY_READ_SHORT when that
-// can't be: a length below 1, above the record_length of a file of fixed length, or past the end of
-// the file; nothing is written to `record` then. Or read_frame's codes.
+// can't be: a length below 1, above the record_length of a file of fixed length, or past both
+// end_offset and the end of one of variable length, nothing being written to `record` then; or when
+// the file ends within the body. Or read_frame's codes.
 [[nodiscard]] int32_t read_body(int32_t data_handle, void* record, int32_t offset,
                                 int32_t& deleted);
 

@@ -32,7 +32,8 @@ inline constexpr int32_t transfer_failed = -1;
 // reached.
 [[nodiscard]] bool move_to(platform::file_handle file, int32_t offset);
 
-// Positions to `offset`: 0, or transfer_failed. In spite of its name it neither asks for the end nor moves it.
+// Positions to `offset`: 0, or transfer_failed. In spite of its name it neither asks for the end
+// nor moves it.
 [[nodiscard]] int32_t seek_end(platform::file_handle file, int32_t offset);
 
 // Size of the file in bytes, to whose end this moves; negative if it can't be had.

@@ -63,15 +63,15 @@
       "Search for the nearest value with tsgetipp32") \
     X(TS_REBUILD_NOT_THERE, -30, "tsrbdbh32: the data file does not exist or cannot be opened in the present mode", \
       "Check the name, and close the file wherever it is open") \
-    X(TS_UPDATE_RECORD_DELETED, -32, "tsupd32: a key field differs and the stored record is deleted", \
+    X(TS_UPDATE_RECORD_DELETED, -32, "tsupd32: the stored record is deleted", \
       "Undelete the record first") \
-    X(TS_UPDATE_CURSOR_DELETED, -33, "tsupci32: a key field differs and the record at the cursor is deleted", \
+    X(TS_UPDATE_CURSOR_DELETED, -33, "tsupci32: the record at the cursor is deleted", \
       "Undelete the record first") \
-    X(TS_UPDATE_FOUND_DELETED, -34, "tsupi32: a key field differs and the record found by key is deleted", \
+    X(TS_UPDATE_FOUND_DELETED, -34, "tsupi32: the record found by key is deleted", \
       "Undelete the record first") \
     /* Refusals and exhausted tables: a bad argument, a wrong handle, no free slot, no memory. */ \
-    X(TS_CREATE_BAD_RECORD_LENGTH, -50, "tscrdata32: the record length is below 1 and is not -1", \
-      "Give a length of 1 or more, or -1 for variable-length records") \
+    X(TS_CREATE_BAD_RECORD_LENGTH, -50, "tscrdata32: the record length is below 1 and is not -1, or a file has no room for so many fields", \
+      "Give a length of 1 or more, or -1 for variable-length records, and 0 or more fields") \
     X(TS_NOT_STARTED, -51, "The library has not been started", \
       "Call tsinit32 first") \
     X(TS_NO_FREE_DATA_SLOT, -52, "All 8 data file slots are taken or spoilt by a failed open", \
@@ -200,7 +200,7 @@
       "Place the cursor anew; check the index") \
     X(TS_FLUSH_FAILED, -309, "The system reports that flushing the file failed", \
       "Check the disk: what was written since the last good flush may be lost") \
-    X(TS_UPDATE_CURRENT_DELETED, -310, "tsupcd32: a key field differs and the current record is deleted", \
+    X(TS_UPDATE_CURRENT_DELETED, -310, "tsupcd32: the current record is deleted", \
       "Undelete the record first") \
     /* This library's own codes beyond the classic ones: damaged index files, all refused without a change. */ \
     X(TS_INDEX_BAD_KEY_COUNT, -400, "tsopeni32: the index file tells a number of keys outside 0 to 8", \

@@ -31,9 +31,6 @@ public:
         if (placed_) give_back_silently();
     }
 
-    // True while a range that this object placed stands.
-    bool placed() const { return placed_; }
-
     // Leaves a placed range standing past the end of this object, for the operations that say so.
     void keep() { placed_ = false; }
 
