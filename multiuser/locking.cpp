@@ -55,11 +55,13 @@ int32_t lock_index_file(lock_action action, int32_t data_handle, int32_t index_h
 }
 
 // A record's range reaches over frame and body, so that the holder's own reads and writes of it
-// find themselves covered.
+// find themselves covered. It never reaches over the header, whatever a damaged one tells: the
+// release reads the header first.
 int32_t lock_record_range(lock_action action, int32_t data_handle, int32_t offset)
 {
     const int64_t length = int64_t{data_slots[data_handle].header.record_length} + frame_bytes;
-    if (length <= frame_bytes || !fits_in_file(offset, length)) return TS_LOCK_POSITION;
+    if (length <= frame_bytes || offset < field_table_offset || !fits_in_file(offset, length))
+        return TS_LOCK_POSITION;
     return range_lock(data_range(data_handle, offset, static_cast<int32_t>(length)), action);
 }
 
