@@ -29,11 +29,6 @@ struct purge_brackets {
     held_range indexes[TS_MAX_INDEX_FILES];
 };
 
-bool has_index(int32_t data_handle, int32_t index_handle)
-{
-    return data_slots[data_handle].indexes[index_handle] != nullptr;
-}
-
 int32_t lock_indexes(int32_t data_handle, purge_brackets& held)
 {
     for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {

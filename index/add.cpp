@@ -35,11 +35,6 @@ struct add_work {
     int32_t slot; // frame offset at which the record is written
 };
 
-bool has_index(int32_t data_handle, int32_t index_handle)
-{
-    return data_slots[data_handle].indexes[index_handle] != nullptr;
-}
-
 // Every search starts from the copy of a root, so all copies of the index are brought up to date
 // before the first one.
 int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle)

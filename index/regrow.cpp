@@ -55,11 +55,6 @@ int32_t write_roots(int32_t data_handle, int32_t index_handle)
     return TS_OK;
 }
 
-bool is_open(int32_t data_handle, int32_t index_handle)
-{
-    return data_slots[data_handle].indexes[index_handle] != nullptr;
-}
-
 } // namespace
 
 int32_t begin_regrowth(int32_t data_handle)
@@ -78,7 +73,7 @@ int32_t begin_regrowth(int32_t data_handle)
 int32_t regrow_record(int32_t data_handle, const record_image& record, int32_t record_offset)
 {
     for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
-        if (!is_open(data_handle, index_handle)) continue;
+        if (!has_index(data_handle, index_handle)) continue;
         const int32_t code = insert_into_index(data_handle, index_handle, record, record_offset);
         if (code != TS_OK) return code;
     }
@@ -88,7 +83,7 @@ int32_t regrow_record(int32_t data_handle, const record_image& record, int32_t r
 int32_t write_empty_roots(int32_t data_handle)
 {
     for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
-        if (!is_open(data_handle, index_handle)) continue;
+        if (!has_index(data_handle, index_handle)) continue;
         const int32_t code = write_roots(data_handle, index_handle);
         if (code != TS_OK) return code;
     }

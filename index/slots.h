@@ -36,6 +36,10 @@ struct index_slot {
     key_slot* keys[TS_MAX_KEYS];
 };
 
+inline bool has_index(int32_t data_handle, int32_t index_handle)
+{
+    return data_slots[data_handle].indexes[index_handle] != nullptr;
+}
 inline index_slot& index_of(int32_t data_handle, int32_t index_handle)
 {
     return *data_slots[data_handle].indexes[index_handle];
