@@ -79,13 +79,14 @@ void put_json(const nlohmann::ordered_json& facts)
 
 std::string grouped(int64_t number)
 {
-    std::string digits = std::to_string(number);
-    const size_t first = number < 0 ? 1 : 0;
-    for (size_t at = digits.size(); at > first + 3;) {
-        at -= 3;
-        digits.insert(at, ",");
+    const std::string digits = std::to_string(number);
+    std::string made;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        const size_t behind = digits.size() - i;
+        if (behind % 3 == 0 && !made.empty() && made != "-") made += ',';
+        made += digits[i];
     }
-    return digits;
+    return made;
 }
 
 } // namespace tarsil::tool

@@ -3,6 +3,7 @@
 #include "tool/signals.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace tarsil::tool {
 
