@@ -5,10 +5,12 @@ if(NOT TARGET tarsil32_shared)
     return()
 endif()
 
-file(GLOB public_headers CONFIGURE_DEPENDS include/*.h include/*.hpp)
-install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Components, which are the Debian packages too: library, development, tools.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS tarsil32_shared tarsil32_static EXPORT tarsil32Targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 # The pkg-config file finds its prefix from where it lies, so that an installed tree can be moved.
@@ -37,7 +39,8 @@ install(FILES ${PROJECT_BINARY_DIR}/tarsil32Config.cmake ${PROJECT_BINARY_DIR}/t
     DESTINATION ${package_folder})
 install(EXPORT tarsil32Targets NAMESPACE tarsil32:: DESTINATION ${package_folder})
 
-install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
 # Manual pages: those of section 3 are made from the public header, those of other sections stand in docs/man/.
 set(man3 ${PROJECT_BINARY_DIR}/man3)
 set(make_man ${PROJECT_SOURCE_DIR}/scripts/make-man)
