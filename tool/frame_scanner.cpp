@@ -1,0 +1,190 @@
+#include "tool/frame_scanner.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "core/letters.h"
+#include "data/data_format.h"
+
+namespace tarsil::tool {
+
+namespace {
+
+constexpr int64_t block_bytes = 64 * 1024;
+constexpr int64_t unreadable_step = 4096;
+
+// What speaks for a chain. Two strong frames are enough, or one that leads to the end of the
+// records; of frames that show nothing but a possible length it takes more than a body could hold
+// by chance.
+constexpr int strong_weight = 3;
+constexpr int possible_weight = 1;
+constexpr int end_weight = 3;
+constexpr int chain_weight = 6;
+
+int64_t start_of_zeros(check::file_bytes& bytes)
+{
+    int64_t end = bytes.size();
+    while (end > 0) {
+        const int64_t from = std::max<int64_t>(end - block_bytes, 0);
+        const check::byte_span block = bytes.at(from, end - from);
+        size_t last = block.size();
+        while (last > 0 && block[last - 1] == 0) --last;
+        if (last > 0 || block.empty()) return block.empty() ? end : from + int64_t(last);
+        end = from;
+    }
+    return 0;
+}
+
+} // namespace
+
+const char* text_of(gap_reason why)
+{
+    switch (why) {
+    case gap_reason::damaged_frames: return "the frames are damaged";
+    case gap_reason::cut: return "the file ends within this record";
+    case gap_reason::unreadable: return "the system can't read this";
+    default: return "there are no records here";
+    }
+}
+
+void gap_list::add(const gap& one)
+{
+    ++count;
+    bytes += one.bytes;
+    if (kept.size() < most_kept) kept.push_back(one);
+}
+
+frame_scanner::frame_scanner(check::file_bytes& bytes, const scan_shape& shape)
+    : bytes_(bytes), shape_(shape), size_(bytes.size()), zeros_from_(start_of_zeros(bytes)),
+      position_(shape.first)
+{
+}
+
+frame_scanner::frame_look frame_scanner::judge(const unsigned char* bytes, int64_t offset) const
+{
+    record_frame frame = {};
+    std::memcpy(&frame, bytes, sizeof frame);
+    frame_look seen;
+    seen.is_readable = true;
+    seen.length = frame.length;
+    seen.is_deleted = frame.mark == mark_deleted;
+    const bool is_known_mark = seen.is_deleted || frame.mark == mark_live;
+    const bool is_known = is_known_mark && frame.undefined[0] == 0 && frame.undefined[1] == 0 &&
+                          frame.undefined[2] == 0;
+    const bool is_length = is_fixed() ? frame.length == shape_.record_length : frame.length >= 1;
+    seen.end = offset + frame_bytes + frame.length;
+    seen.is_possible = is_length && seen.end <= size_;
+    seen.is_strong = seen.is_possible && is_known;
+    seen.is_cut = is_length && is_known && seen.end > size_;
+    return seen;
+}
+
+frame_scanner::frame_look frame_scanner::look_at(int64_t offset)
+{
+    const check::byte_span bytes = bytes_.at(offset, frame_bytes);
+    if (!bytes.empty()) return judge(bytes.data(), offset);
+    frame_look nothing;
+    nothing.is_readable = offset + frame_bytes > size_; // the end, rather than a failed read
+    nothing.is_cut = nothing.is_readable;
+    return nothing;
+}
+
+// Does a record end where another begins, or where all of them end?
+bool frame_scanner::leads_on(const frame_look& frame)
+{
+    if (frame.end >= zeros_from_) return true;
+    const frame_look behind = look_at(frame.end);
+    return behind.is_cut || (behind.is_possible && (behind.is_strong || !shape_.are_strong));
+}
+
+bool frame_scanner::is_chain(int64_t offset)
+{
+    int weight = 0;
+    while (weight < chain_weight) {
+        if (offset >= zeros_from_) return weight + end_weight >= chain_weight;
+        const frame_look frame = look_at(offset);
+        if (frame.is_cut) return weight >= strong_weight;
+        if (!frame.is_possible) return false;
+        weight += frame.is_strong ? strong_weight : possible_weight;
+        // The right length at the right place says more where all lengths are the same.
+        if (frame.is_strong && is_fixed()) weight += strong_weight;
+        offset = frame.end;
+    }
+    return true;
+}
+
+int64_t frame_scanner::find_chain(int64_t from)
+{
+    while (from < zeros_from_) {
+        const check::byte_span read = bytes_.up_to(from, block_bytes + frame_bytes);
+        if (read.empty()) {
+            from += unreadable_step - from % unreadable_step;
+            continue;
+        }
+        if (std::ssize(read) < frame_bytes) break;
+        block_.assign(read.begin(), read.end());
+        const int64_t places = std::ssize(block_) - frame_bytes + 1;
+        for (int64_t i = 0; i < places; ++i) {
+            const frame_look seen = judge(block_.data() + i, from + i);
+            if (seen.is_possible && is_chain(from + i)) return from + i;
+        }
+        from += places;
+    }
+    return size_;
+}
+
+bool frame_scanner::holds_record(int64_t offset)
+{
+    if (offset < 0 || offset > size_) return false;
+    const frame_look frame = look_at(offset);
+    return offset == size_ || (frame.is_possible && leads_on(frame));
+}
+
+bool frame_scanner::take(const frame_look& frame, found_record& found)
+{
+    found = {position_, frame.length, frame.is_deleted, false};
+    position_ = frame.end;
+    is_in_step_ = true;
+    return true;
+}
+
+// The body of a damaged frame, if the next sound one stands a whole number of records further.
+bool frame_scanner::take_doubtful(int64_t behind_gap, found_record& found)
+{
+    const int64_t distance = int64_t{frame_bytes} + std::max(shape_.record_length, 1);
+    const bool is_whole = behind_gap < size_ ? (behind_gap - position_) % distance == 0
+                                             : position_ + distance <= size_;
+    if (!shape_.with_doubtful || !is_fixed() || !is_whole) return false;
+    found = {position_, shape_.record_length, look_at(position_).is_deleted, true};
+    position_ += distance;
+    return true;
+}
+
+void frame_scanner::skip_to(int64_t offset, const frame_look& frame)
+{
+    const int64_t distance = int64_t{frame_bytes} + std::max(shape_.record_length, 1);
+    gap_reason why = gap_reason::no_frames;
+    if (!frame.is_readable) why = gap_reason::unreadable;
+    if (frame.is_cut) why = gap_reason::cut;
+    if (why == gap_reason::no_frames && is_fixed() && (offset - position_) % distance == 0)
+        why = gap_reason::damaged_frames;
+    gaps_.add({position_, offset - position_, why});
+    position_ = offset;
+    is_in_step_ = false;
+}
+
+bool frame_scanner::next(found_record& found)
+{
+    while (position_ < zeros_from_) {
+        const frame_look frame = look_at(position_);
+        const bool is_here = frame.is_possible && (frame.is_strong || is_in_step_);
+        if (is_here && (is_fixed() || leads_on(frame))) return take(frame, found);
+        if (position_ >= chain_) chain_ = find_chain(position_ + 1);
+        if (is_here && frame.is_strong && frame.end <= chain_) return take(frame, found);
+        if (take_doubtful(chain_, found)) return true;
+        skip_to(std::min(chain_, size_), frame);
+    }
+    return false;
+}
+
+} // namespace tarsil::tool
