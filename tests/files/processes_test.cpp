@@ -1,0 +1,448 @@
+// Several processes on the same files, in earnest: side by side without any order but that of the
+// locks. Numbers of records and operations grow by TARSIL32_PROCESS_SCALE (1), for long rounds.
+#include "check/index_check.h"
+#include "check/report_text.h"
+#include "tests/support/child_process.h"
+#include "tests/support/party.h"
+#include "tests/support/temp_folder.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+
+namespace tarsil::support {
+namespace {
+
+int64_t scale()
+{
+    const char* value = std::getenv("TARSIL32_PROCESS_SCALE");
+    return value == nullptr ? 1 : std::atoll(value);
+}
+
+check::byte_span span_of(const std::string& bytes)
+{
+    return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
+}
+
+// Lets children work side by side and gathers what they tell. A child that fails tells nothing.
+class crew {
+public:
+    using task = std::function<work_done()>;
+
+    void begin(const task& work)
+    {
+        children.push_back(std::make_unique<child_process>([work](const child_line& line) {
+            line.receive();
+            const work_done done = work();
+            for (const int64_t number :
+                 {done.adds, done.half_adds, done.refused, done.changed, done.odd})
+                line.send(number);
+        }));
+    }
+
+    work_done finish()
+    {
+        work_done all;
+        for (const auto& child : children) child->line().send(0);
+        for (const auto& child : children) {
+            const child_line line = child->line();
+            EXPECT_TRUE(line.is_waiting(static_cast<int>(60000 * scale())));
+            for (int64_t* number :
+                 {&all.adds, &all.half_adds, &all.refused, &all.changed, &all.odd})
+                *number += line.receive();
+            EXPECT_EQ(child->wait_for_end(), 0);
+        }
+        std::cout << all.adds << " adds, " << all.half_adds << " of them without some keys; "
+                  << all.refused << " calls repeated, " << all.changed << " told of a change, "
+                  << all.odd << " searches beside a growing tree ended in a code\n";
+        return all;
+    }
+
+private:
+    std::vector<std::unique_ptr<child_process>> children;
+};
+
+struct Processes : testing::Test {
+    temp_folder folder;
+};
+
+// --- Appending ----------------------------------------------------------------------------------
+
+constexpr int32_t small_record_bytes = 12;
+
+TEST_F(Processes, AppendSideBySideWithoutALossOrAGap)
+{
+    const auto each = static_cast<int32_t>(20000 * scale());
+    const std::string name = folder.file("d");
+    const int32_t records[] = {0, 0, 0};
+    tsinit32();
+    ASSERT_EQ(tscrdata32(name.c_str(), small_record_bytes, 0, nullptr), 0);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    tsfree32();
+
+    crew both;
+    for (const int32_t own : {1, 2})
+        both.begin([&, own] {
+            work_done done;
+            int32_t record[] = {own, 0, 7};
+            must(tsinit32(), "start");
+            must(tsmuser32('y'), "multi-user mode");
+            const int32_t d = open_shared(name);
+            for (int32_t i = 1; i <= each; ++i) {
+                record[1] = i;
+                must(repeat([&] { return tsadd32(d, record, 0, 'n'); }, &done), "add");
+                ++done.adds;
+            }
+            must(tsclosed32(d), "close");
+            return done;
+        });
+    EXPECT_EQ(both.finish().adds, 2 * each);
+
+    const std::string bytes = file_bytes(name);
+    ASSERT_EQ(bytes.size(), 28 + 2 * static_cast<size_t>(each) * (8 + sizeof records));
+    const check::data_report report = check::check_data_image(span_of(bytes));
+    EXPECT_TRUE(report.findings.is_sound()) << check::lines_of(report.findings);
+    EXPECT_EQ(report.header.record_count, 2 * each);
+    int32_t next[] = {0, 1, 1};
+    for (size_t at = 28; at < bytes.size(); at += 8 + small_record_bytes) {
+        int32_t record[3];
+        std::memcpy(record, bytes.data() + at + 8, sizeof record);
+        ASSERT_TRUE((record[0] == 1 || record[0] == 2) && record[2] == 7);
+        ASSERT_EQ(record[1], next[record[0]]++);
+    }
+}
+
+// --- Building indexes ---------------------------------------------------------------------------
+
+key_definition key_of_number(int32_t offset)
+{
+    key_definition made = {};
+    made.cursor = 'y';
+    made.order = 3;
+    made.field_count = 1;
+    made.types[0] = 'l';
+    made.offsets[0] = offset;
+    return made;
+}
+
+// Each builds an index of its own and one that both want under the same name. Who comes too late
+// for that opens it: once it is whole, or in every second round at once. Such an open can find the
+// file without its first bytes, and can have the build refused half way; what is there of the index
+// then stays.
+struct builder {
+    const temp_folder& folder;
+    int32_t own;
+    work_done done{};
+    int32_t d = -1;
+
+    std::string file(const char* name, int32_t round) const
+    {
+        return folder.file(name + std::to_string(round));
+    }
+
+    int32_t build(const std::string& name)
+    {
+        int32_t record[3];
+        key_definition keys[] = {key_of_number(0), key_of_number(4)};
+        return tscrindd32(d, name.c_str(), 2, keys, record);
+    }
+
+    void count_and_close(int32_t index, int64_t wanted)
+    {
+        int32_t record[3];
+        int32_t deleted = 0;
+        int64_t entries = 0;
+        // A refused step may have moved the cursor all the same, so that repeating it skips an
+        // entry.
+        must(repeat([&] { return tslockd32(d); }), "lock");
+        int32_t code = repeat([&] { return tsgetfi32(d, index, 0, record, &deleted); });
+        for (; code == TS_OK; ++entries)
+            code = repeat([&] { return tsgetni32(d, index, 0, record, &deleted); });
+        must(tsulockd32(d), "release");
+        must(wanted < 0 || entries == wanted ? TS_OK : code, "count entries");
+        must(tsclosei32(d, index), "close");
+    }
+
+    void one_round(int32_t round)
+    {
+        const bool wait = round % 2 == 0;
+        const std::string both = file("both", round);
+        const std::string alone = file(own == 1 ? "one" : "two", round);
+        const int32_t mine = must(repeat([&] { return build(alone); }, &done), "build");
+        int32_t other = wait ? repeat([&] { return build(both); }, &done) : build(both);
+        const bool won = other >= 0;
+        done.adds += won;
+        if (won) set_file_bytes(file("whole", round), "");
+        const int32_t refused = wait ? TS_CREATE_INDEX_FAILED : TS_LOCK_REFUSED;
+        must(other, "build", {TS_CREATE_INDEX_FILE_EXISTS, TS_CREATE_INDEX_FAILED, refused});
+        const auto is_whole = [&] {
+            return std::filesystem::exists(file("whole", round)) ? TS_OK : int32_t{TS_LOCK_REFUSED};
+        };
+        if (!won && wait) repeat(is_whole);
+        char cursors[] = "yn";
+        const auto open = [&] { return tsopeni32(d, both.c_str(), cursors); };
+        if (!won)
+            other = must(repeat(open, &done), "open",
+                         {TS_OPEN_INDEX_NOT_THERE, TS_VERSION_READ_SHORT});
+        if (other >= 0) count_and_close(other, wait ? 300 : -1);
+        count_and_close(mine, 300);
+    }
+
+    work_done run(int32_t rounds)
+    {
+        must(tsinit32(), "start");
+        must(tsmuser32('y'), "multi-user mode");
+        d = open_shared(folder.file("d"));
+        for (int32_t round = 0; round < rounds; ++round) one_round(round);
+        must(tsclosed32(d), "close");
+        tsfree32();
+        return done;
+    }
+};
+
+TEST_F(Processes, BuildAndOpenIndexesOfOneDataFile)
+{
+    const auto rounds = static_cast<int32_t>(10 * scale());
+    std::mt19937 random(5);
+    tsinit32();
+    ASSERT_EQ(tscrdata32(folder.file("d").c_str(), small_record_bytes, 0, nullptr), 0);
+    for (int32_t i = 0; i < 300; ++i) {
+        const int32_t record[] = {static_cast<int32_t>(random()), i % 9, 0};
+        ASSERT_EQ(tsadd32(0, record, 0, 'y'), TS_OK);
+    }
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    tsfree32();
+
+    crew both;
+    for (const int32_t own : {1, 2})
+        both.begin([&, own] { return builder{folder, own}.run(rounds); });
+    EXPECT_LE(both.finish().adds, rounds) << "an index that both want is made once";
+
+    const std::string data = file_bytes(folder.file("d"));
+    for (int32_t round = 0; round < rounds; ++round) {
+        for (const char* name : {"one", "two", "both"}) {
+            const std::string bytes = file_bytes(folder.file(name + std::to_string(round)));
+            const check::index_report report = check::check_index_image(span_of(bytes),
+                                                                        span_of(data));
+            // A build that was refused may leave a part of its file, if it was open elsewhere.
+            const std::string marker = folder.file("whole" + std::to_string(round));
+            if (name[0] == 'b' && !std::filesystem::exists(marker)) continue;
+            ASSERT_EQ(report.keys.size(), 2U);
+            EXPECT_TRUE(report.is_sound()) << check::lines_of(report.keys[0].findings);
+        }
+    }
+}
+
+// --- Mixed work ---------------------------------------------------------------------------------
+
+struct tolerated {
+    bool missing_keys;
+    bool deleted_count;
+};
+
+void expect_sound(const temp_folder& folder, const tolerated& may_be, const work_done& done)
+{
+    const std::string data = file_bytes(folder.file("d"));
+    const check::data_report report = check::check_data_image(span_of(data));
+    const int64_t counts = may_be.deleted_count ? report.findings.count(check::invariant::D7) : 0;
+    EXPECT_EQ(report.findings.total() - report.findings.count(check::severity::note), counts)
+        << check::lines_of(report.findings);
+    for (const char* name : {"a", "b"}) {
+        const std::string bytes = file_bytes(folder.file(name));
+        const check::index_report index = check::check_index_image(span_of(bytes), span_of(data));
+        EXPECT_TRUE(index.findings.is_sound()) << check::lines_of(index.findings);
+        for (const check::key_report& key : index.keys) {
+            const int64_t agreeing = may_be.missing_keys ? key.findings.count(check::invariant::I11)
+                                                         : 0;
+            EXPECT_EQ(key.findings.total() - key.findings.count(check::severity::note), agreeing)
+                << check::lines_of(key.findings);
+            if (may_be.missing_keys)
+                std::cout << name << ": " << agreeing << " entries don't agree\n";
+            else
+                EXPECT_EQ(key.entries, report.records);
+        }
+    }
+    for (size_t at = 28; at < data.size(); at += 8 + shared_record_bytes) {
+        shared_record record;
+        std::memcpy(&record, data.data() + at + 8, sizeof record);
+        ASSERT_TRUE(is_whole(record)) << "at " << at;
+    }
+    EXPECT_LE(report.records, done.adds);
+}
+
+work_done work_together(const temp_folder& folder, int32_t parties, manner how, bool with_reuse,
+                        int64_t operations)
+{
+    crew all;
+    for (int32_t own = 1; own <= parties; ++own)
+        all.begin([&, own] {
+            party self(folder.path(), own, how, with_reuse && own % 2 == 0);
+            self.open();
+            self.work(operations);
+            self.close();
+            return self.done();
+        });
+    return all.finish();
+}
+
+void create_files(const temp_folder& folder)
+{
+    party first(folder.path(), 0, manner::locking, false);
+    first.create();
+    first.close();
+}
+
+// No slot is used twice, so that every record that was added is there, once.
+TEST_F(Processes, TwoThatTakeLocksLeaveNothingOutOfStep)
+{
+    create_files(folder);
+    const work_done done = work_together(folder, 2, manner::locking, false, 1500 * scale());
+    expect_sound(folder, {false, false}, done);
+
+    std::map<int32_t, std::set<int32_t>> serials;
+    const std::string data = file_bytes(folder.file("d"));
+    int64_t records = 0;
+    for (size_t at = 28; at < data.size(); at += 8 + shared_record_bytes, ++records) {
+        shared_record record;
+        std::memcpy(&record, data.data() + at + 8, sizeof record);
+        EXPECT_TRUE(serials[record.owner].insert(record.serial).second);
+    }
+    EXPECT_EQ(records, done.adds);
+    for (const auto& [owner, numbers] : serials)
+        EXPECT_EQ(*numbers.rbegin(), static_cast<int32_t>(numbers.size())) << "owner " << owner;
+}
+
+TEST_F(Processes, FourOfWhichTwoReuseLeaveNothingOutOfStep)
+{
+    create_files(folder);
+    expect_sound(folder, {false, false},
+                 work_together(folder, 4, manner::locking, true, 1000 * scale()));
+}
+
+// Without locks a call can be refused half way. A record may lack keys and the count of deleted
+// records may be off, as docs/LOCKING.md says, but no tree and no record is ever damaged.
+TEST_F(Processes, FourWithoutLocksDamageNothing)
+{
+    create_files(folder);
+    expect_sound(folder, {true, true},
+                 work_together(folder, 4, manner::bare, true, 1000 * scale()));
+}
+
+// --- What one process sees of another -----------------------------------------------------------
+
+TEST_F(Processes, AChangeElsewhereIsToldOnce)
+{
+    create_files(folder);
+    child_process other([&](const child_line& line) {
+        party they(folder.path(), 2, manner::locking, false);
+        they.open();
+        for (int i = 0; i < 4; ++i) line.step([&] { return they.add(); });
+        line.step([&] { return they.close(), 0; });
+    });
+    party self(folder.path(), 1, manner::locking, false);
+    self.open();
+    for (int i = 0; i < 3; ++i) ASSERT_EQ(self.add(), TS_OK);
+    ASSERT_EQ(other.next(), TS_OK);
+
+    shared_record record;
+    int32_t deleted = 0;
+    int32_t number = 0;
+    const int32_t d = self.data();
+    ASSERT_EQ(tsgetfi32(d, 0, 0, &record, &deleted), TS_OK);
+    EXPECT_EQ(tsgetni32(d, 0, 0, &record, &deleted), TS_CURSOR_FILE_CHANGED);
+    EXPECT_EQ(tsgetni32(d, 0, 0, &record, &deleted), TS_OK);
+    EXPECT_EQ(record.serial, 2);
+    ASSERT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(tssetd2i32(d, 0, 0, &number), TS_CURSOR_FILE_CHANGED);
+    EXPECT_EQ(tssetd2i32(d, 0, 0, &number), TS_OK);
+    EXPECT_EQ(number, 2);
+    ASSERT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(tsdelci32(d, 0, 0), TS_CURSOR_FILE_CHANGED);
+    EXPECT_EQ(tsdelci32(d, 0, 0), TS_OK);
+    // A call that reads the header has taken notice by itself.
+    ASSERT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(tsgetcd32(d, &record, &deleted), TS_OK);
+    EXPECT_EQ(tsgetpi32(d, 0, 0, &record, &deleted), TS_OK);
+    EXPECT_EQ(record.serial, 1);
+    self.close();
+    EXPECT_EQ(other.next(), 0);
+    EXPECT_EQ(other.wait_for_end(), 0);
+}
+
+TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
+{
+    create_files(folder);
+    {
+        party first(folder.path(), 1, manner::locking, false);
+        first.open();
+        for (int i = 0; i < 3; ++i) first.add();
+        first.close();
+    }
+    struct lock_case {
+        const char* what;
+        int32_t (*lock)(int32_t d);
+        int32_t (*unlock)(int32_t d);
+        int32_t locked;
+        int32_t expected[4]; // of the other's calls, below
+    };
+    constexpr int32_t no = TS_LOCK_REFUSED;
+    const lock_case cases[] = {
+        {"data file",
+         [](int32_t d) { return tslockd32(d); },
+         [](int32_t d) { return tsulockd32(d); },
+         1,
+         {no, no, no, no}},
+        {"index file",
+         [](int32_t d) { return tslocki32(d, 0); },
+         [](int32_t d) { return tsulocki32(d, 0); },
+         1,
+         {0, 0, no, no}},
+        {"record 2",
+         [](int32_t d) { return tslockdr32(d, 2); },
+         [](int32_t d) { return tsulckdr32(d, 2); },
+         0,
+         {no, 0, no, 0}},
+    };
+    int32_t theirs = -1;
+    child_process other([&](const child_line& line) {
+        party they(folder.path(), 2, manner::locking, false);
+        line.step([&] { return they.open(), 0; });
+        theirs = they.data();
+        shared_record record;
+        int32_t deleted = 0;
+        const int32_t key[] = {1, 2};
+        for (size_t i = 0; i < 4; ++i) { // the last time nobody holds anything
+            line.step([&] { return tsgetd32(theirs, 2, &record, &deleted); });
+            line.step([&] { return tsgetd32(theirs, 1, &record, &deleted); });
+            line.step([&] { return tsgeti32(theirs, 0, 0, key, &record, &deleted); });
+            line.step([&] { return tsgetfi32(theirs, 0, 0, &record, &deleted); });
+        }
+    });
+    party self(folder.path(), 1, manner::locking, false);
+    self.open();
+    const int32_t d = self.data();
+    EXPECT_EQ(other.next(), 0);
+    for (const lock_case& each : cases) {
+        SCOPED_TRACE(each.what);
+        ASSERT_EQ(each.lock(d), each.locked);
+        shared_record record;
+        shared_record scratch;
+        int32_t deleted = 0;
+        EXPECT_EQ(tsgetd32(d, 2, &record, &deleted), TS_OK);
+        EXPECT_EQ(tsupd32(d, 2, &record, 0, &deleted, &scratch, 0), TS_OK);
+        EXPECT_EQ(tsdeld32(d, 2), TS_OK);
+        EXPECT_EQ(tsundeld32(d, 2), TS_OK);
+        EXPECT_EQ(tsgetfi32(d, 0, 0, &record, &deleted), TS_OK);
+        EXPECT_EQ(tsgetni32(d, 0, 0, &record, &deleted), TS_OK);
+        for (const int32_t expected : each.expected) EXPECT_EQ(other.next(), expected);
+        EXPECT_EQ(each.unlock(d), TS_OK);
+        EXPECT_EQ(each.unlock(d), TS_UNLOCK_NOT_HELD);
+    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(other.next(), TS_OK);
+    self.close();
+    EXPECT_EQ(other.wait_for_end(), 0);
+}
+
+} // namespace
+} // namespace tarsil::support
