@@ -48,6 +48,7 @@ struct command {
 std::span<const command> all_commands();
 
 // Options of several commands. `common` is the one that the command was given.
+void add_wait(CLI::App& options, common_options& common);    // --wait
 void add_sharing(CLI::App& options, common_options& common); // --wait and the two modes
 void add_fields_file(CLI::App& options, common_options& common);
 void add_json(CLI::App& options, common_options& common);
@@ -57,6 +58,9 @@ void add_dry_run(CLI::App& options, common_options& common);
 void write_manual(const CLI::App& program);
 void write_completion(const CLI::App& program);
 
+run_command declare_create(CLI::App& options, common_options& common);
+run_command declare_index(CLI::App& options, common_options& common);
+run_command declare_salvage(CLI::App& options, common_options& common);
 run_command declare_explain(CLI::App& options, common_options& common);
 
 } // namespace tarsil::tool

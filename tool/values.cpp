@@ -166,7 +166,7 @@ std::string put_number(const field& one, std::string_view text, std::byte* place
     if (text.empty()) return "a number is missing";
     if (general.ec == std::errc::invalid_argument || general.ptr != end)
         return fmt::format("'{}' is no number", text);
-    if (std::is_integral_v<Number> && general.ec == std::errc() && any != std::trunc(any))
+    if (std::is_integral_v<Number> && text.find_first_of(".eEn") != text.npos)
         return fmt::format("'{}' is no whole number", text);
     return fmt::format("{} doesn't fit {}", text, range_of(one));
 }
