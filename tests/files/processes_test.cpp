@@ -370,6 +370,32 @@ TEST_F(Processes, AChangeElsewhereIsToldOnce)
     EXPECT_EQ(other.wait_for_end(), 0);
 }
 
+struct lock_case {
+    const char* what;
+    int32_t (*lock)(int32_t d);
+    int32_t (*unlock)(int32_t d);
+    int32_t locked;
+    int32_t expected[4]; // of the other's calls, below
+};
+constexpr int32_t no = TS_LOCK_REFUSED;
+const lock_case lock_cases[] = {
+    {"data file",
+     [](int32_t d) { return tslockd32(d); },
+     [](int32_t d) { return tsulockd32(d); },
+     1,
+     {no, no, no, no}},
+    {"index file",
+     [](int32_t d) { return tslocki32(d, 0); },
+     [](int32_t d) { return tsulocki32(d, 0); },
+     1,
+     {0, 0, no, no}},
+    {"record 2",
+     [](int32_t d) { return tslockdr32(d, 2); },
+     [](int32_t d) { return tsulckdr32(d, 2); },
+     0,
+     {no, 0, no, 0}},
+};
+
 TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
 {
     create_files(folder);
@@ -379,31 +405,6 @@ TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
         for (int i = 0; i < 3; ++i) first.add();
         first.close();
     }
-    struct lock_case {
-        const char* what;
-        int32_t (*lock)(int32_t d);
-        int32_t (*unlock)(int32_t d);
-        int32_t locked;
-        int32_t expected[4]; // of the other's calls, below
-    };
-    constexpr int32_t no = TS_LOCK_REFUSED;
-    const lock_case cases[] = {
-        {"data file",
-         [](int32_t d) { return tslockd32(d); },
-         [](int32_t d) { return tsulockd32(d); },
-         1,
-         {no, no, no, no}},
-        {"index file",
-         [](int32_t d) { return tslocki32(d, 0); },
-         [](int32_t d) { return tsulocki32(d, 0); },
-         1,
-         {0, 0, no, no}},
-        {"record 2",
-         [](int32_t d) { return tslockdr32(d, 2); },
-         [](int32_t d) { return tsulckdr32(d, 2); },
-         0,
-         {no, 0, no, 0}},
-    };
     int32_t theirs = -1;
     child_process other([&](const child_line& line) {
         party they(folder.path(), 2, manner::locking, false);
@@ -423,7 +424,7 @@ TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
     self.open();
     const int32_t d = self.data();
     EXPECT_EQ(other.next(), 0);
-    for (const lock_case& each : cases) {
+    for (const lock_case& each : lock_cases) {
         SCOPED_TRACE(each.what);
         ASSERT_EQ(each.lock(d), each.locked);
         shared_record record;
