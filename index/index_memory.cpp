@@ -168,7 +168,7 @@ void alloc_scratch(int32_t node_scratch_bytes, int32_t shared_node_bytes)
 
 int32_t grow_scratch(int32_t bytes)
 {
-    if (node_scratch != nullptr && bytes <= scratch_bytes) return TS_OK;
+    if (has_scratch() && bytes <= scratch_bytes) return TS_OK;
     release(node_scratch);
     release(shared_node);
 

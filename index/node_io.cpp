@@ -177,7 +177,7 @@ bool is_sound(const key_record& key)
     const bool has_geometry = key.entry_key_bytes == sum + 4 &&
                               key.node_bytes == node_size(key.max_entries, sum, key.field_count);
     return has_entries && has_geometry && key.root_offset >= first_node_offset &&
-           fits_in_file(key.root_offset, key.node_bytes);
+           fits_in_file(first_node_offset, key.node_bytes);
 }
 
 void init_node(const key_record& key, char type, unsigned char* node)

@@ -29,8 +29,8 @@ namespace tarsil {
 // TS_KEY_RECORDS_WRITE_SHORT, a lock code.
 [[nodiscard]] int32_t write_key_records(int32_t data_handle, int32_t index_handle);
 
-// True if a key record obeys invariant I2 and its root can be a node (I3, as far as it can be told
-// without the file).
+// True if a key record obeys invariant I2, its nodes have room in a file and its root stands in the
+// node area. Whether the root lies within the file is found out by reading it.
 bool is_sound(const key_record& key);
 
 // Makes the image an empty node. Slack and unused bytes stay.

@@ -6,6 +6,7 @@
 #include "core/validators.h"
 #include "data/frames.h"
 #include "data/header.h"
+#include "data/places.h"
 #include "index/node_io.h"
 #include "index/search.h"
 #include "multiuser/index_read.h"
@@ -31,11 +32,11 @@ int32_t count_to_record(int32_t data_handle, int32_t wanted, int32_t& number)
 }
 
 // A cursor left behind by a failed search can stand where there is no entry, and a damaged one can
-// name anything: what is no offset of a record is refused.
+// name anything: an offset where no frame can stand is refused.
 int32_t find_number(int32_t data_handle, int32_t offset, int32_t& number)
 {
     const bool fixed_length = data_slots[data_handle].header.record_length > 0;
-    if (offset < record_offset(data_handle, 1)) return TS_FRAME_READ_POSITION;
+    if (!may_be_frame(data_handle, offset)) return TS_FRAME_READ_POSITION;
     if (!fixed_length) return count_to_record(data_handle, offset, number);
     number = record_number_at(data_handle, offset);
     return TS_OK;
