@@ -292,7 +292,8 @@ TARSIL32_API int32_t tsclosei32(int32_t data_handle, int32_t index_handle);
 // a leading part (TS_PARTIAL_NO_ENTRY, TS_PARTIAL_BAD_FIELD_COUNT, TS_PARTIAL_BAD_LENGTH); by a
 // leading part or the nearest record instead (TS_NEAREST_BAD_FIELD_COUNT, TS_NEAREST_BAD_LENGTH):
 // result 0 a match, 1 the nearest record before the value, 2 the first record of the key, all lying
-// behind the value. A leading part is the first field_count fields; of the last one, if it is a
+// behind the value; TS_CURSOR_NONE where finding it needs a step back and the key has no cursor, or
+// no entries. A leading part is the first field_count fields; of the last one, if it is a
 // string, the first last_length bytes.
 TARSIL32_API int32_t tsgeti32(int32_t data_handle, int32_t index_handle, int32_t key_number,
                               const void* key_value, void* record, int32_t* deleted);
@@ -308,8 +309,9 @@ TARSIL32_API int32_t tsgetipp32(int32_t data_handle, int32_t index_handle, int32
 
 // Read the record of the first, last, next, previous, current entry of a key and move its cursor
 // there. Among equal values the record stored furthest back in the file comes first. Codes:
-// TS_WALK_NO_RECORDS (first, last); TS_CURSOR_NONE, TS_CURSOR_FILE_CHANGED (next, previous,
-// current); TS_NEXT_ENTRY_AT_END with the last record delivered again, TS_NEXT_ENTRY_LOST;
+// TS_WALK_NO_RECORDS, TS_WALK_CHILD_MISSING (first, last); TS_CURSOR_NONE (next, previous, current;
+// first and last of a key without entries); TS_CURSOR_FILE_CHANGED (next, previous, current);
+// TS_NEXT_ENTRY_AT_END with the last record delivered again, TS_NEXT_ENTRY_LOST;
 // TS_PREVIOUS_ENTRY_AT_START with the first record delivered again, TS_PREVIOUS_ENTRY_LOST.
 TARSIL32_API int32_t tsgetfi32(int32_t data_handle, int32_t index_handle, int32_t key_number,
                                void* record, int32_t* deleted);

@@ -76,7 +76,7 @@
       "Call tsinit32 first") \
     X(TS_NO_FREE_DATA_SLOT, -52, "All 8 data file slots are taken or spoilt by a failed open", \
       "Close data files; slots of failed opens come back with the next tsinit32") \
-    X(TS_KEY_BAD_ORDER, -53, "tscrind32: the order of a key is 1", \
+    X(TS_KEY_BAD_ORDER, -53, "tscrind32: the order of a key is 1, or so large that its nodes have no room in a file", \
       "Give an order of 2 or more, or 0 for the automatic one") \
     X(TS_KEY_BAD_STRING_LENGTH, -55, "tscrind32: the length of a string field is 0 or above 256", \
       "Give a length from 1 to 256") \
@@ -202,7 +202,7 @@
       "Check the disk: what was written since the last good flush may be lost") \
     X(TS_UPDATE_CURRENT_DELETED, -310, "tsupcd32: the current record is deleted", \
       "Undelete the record first") \
-    /* This library's own codes beyond the classic ones: damaged index files, all refused without a change. */ \
+    /* This library's own codes beyond the classic ones: damaged index files. */ \
     X(TS_INDEX_BAD_KEY_COUNT, -400, "tsopeni32: the index file tells a number of keys outside 0 to 8", \
       "The index is damaged: build it anew with tscrindd32") \
     X(TS_INDEX_BAD_KEY_RECORD, -401, "A key record of the index file breaks the rules of the format", \
