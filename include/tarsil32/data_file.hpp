@@ -75,6 +75,7 @@ public:
         const int32_t code = tsclosed32(file_->handle);
         if (code < 0) return file_->answer(code);
         file_->handle = detail::no_handle;
+        file_->owner.reset();
         return {};
     }
 

@@ -12,9 +12,9 @@
 
 namespace tarsil {
 
-// Another process changed the number of records while a key is walked: go on from the old place, as
-// is right after an add, or end with TS_CURSOR_FILE_CHANGED. A count that went down means a purge,
-// which moves records: the walk ends then in any case.
+// Another process changed the counts of records while a key is walked: place the cursor anew on the
+// record last delivered and go on from there, or end with TS_CURSOR_FILE_CHANGED. Where that record
+// is no longer found, as after a purge, the walk ends so in any case.
 enum class on_change { go_on, stop };
 
 struct walk_options {

@@ -12,8 +12,9 @@
 // name their place and are asked again. next, previous, current, nearest and all walks stand inside
 // the locks of data file and index; changing calls stand inside them too (updates: of all open
 // files). TS_CURSOR_FILE_CHANGED comes from next, previous, current, make_current and the calls at
-// the cursor after another process has added or purged records: call again to go on from the old
-// place, or search anew. Walks do what their options say.
+// the cursor after another process has added or purged records: the leaf that the library keeps for
+// the cursor may be out of date. Call place_again() and then go on, or search anew; calling the
+// same again goes on from the old leaf. Walks do what their options say.
 #pragma once
 
 #include "tarsil32/data_file.hpp"
@@ -31,13 +32,6 @@ enum class nearness : int32_t {
 struct nearest_record {
     record found;
     nearness where;
-};
-
-struct key_facts {
-    int32_t order;
-    int32_t node_bytes;
-    bool has_cursor;
-    std::vector<field> fields; // without names, which no file holds
 };
 
 class key_cursor {
@@ -142,6 +136,9 @@ public:
 
     // --- Exchange with the file's position -----------------------------------------------------
 
+    // Places the cursor anew on the record it stands on, after others have changed the tree; the
+    // record becomes the file's current one.
+    status place_again(const retry_choice& wait = {}) const;
     // Makes the record at the cursor the file's current one; answers its number.
     result<int32_t> make_current(const retry_choice& wait = {}) const;
     // Moves the cursor to the file's current record; false if the key has no entry for it, and then
@@ -256,5 +253,8 @@ private:
 
     std::shared_ptr<detail::index_state> state_;
 };
+
+// Where `using namespace tarsil` stands, plain `index` can also mean a function of <strings.h>.
+using index_file = index;
 
 } // namespace tarsil

@@ -8,21 +8,6 @@ namespace tarsil {
 
 namespace detail {
 
-inline int32_t read_key_facts(const file_ref& file, int32_t index_handle, int32_t key_number,
-                              const retry_choice& wait, key_facts& facts)
-{
-    key_report report = {};
-    char letter = 'n';
-    const int32_t code = file->persist(wait, [&] {
-        return tsstati32(file->handle, index_handle, key_number, &facts.order, &facts.node_bytes,
-                         &letter, &report);
-    });
-    if (code < 0) return code;
-    facts.has_cursor = letter == 'y';
-    facts.fields = fields_of(report);
-    return TS_OK;
-}
-
 // A key over bytes that a record doesn't have would have the library read past the caller's.
 inline status check_shape(const std::vector<field>& shape, int32_t record_length,
                           const std::string& name, size_t key_number)
@@ -142,6 +127,20 @@ inline result<int32_t> key_cursor::make_current(const retry_choice& wait) const
         wait, [&] { return tssetd2i32(key_.data_handle(), key_.handle(), key_.number, &number); });
     if (code < 0) return key_answer(key_, code);
     return number;
+}
+
+// The header is read first: else the change that this is for would be told once more.
+inline status key_cursor::place_again(const retry_choice& wait) const
+{
+    if (!is_open()) return empty();
+    const result<file_lock> lock = file_lock::around(key_.file(), key_.mask(), wait);
+    if (!lock) return lock;
+    detail::file_counts counts;
+    int32_t code = read_counts(key_.file(), wait, counts);
+    if (code < 0) return key_answer(key_, code);
+    std::array<std::byte, TS_MAX_PACKED_KEY> packed;
+    code = detail::place_again(key_, wait, packed);
+    return key_answer(key_, code);
 }
 
 // The library searches from its copy of the root; asking for the key's facts brings that up to

@@ -11,7 +11,16 @@
 
 #include "tarsil32/file_walk.hpp"
 
-namespace tarsil::detail {
+namespace tarsil {
+
+struct key_facts {
+    int32_t order;
+    int32_t node_bytes;
+    bool has_cursor;
+    std::vector<field> fields; // without names, which no file holds
+};
+
+namespace detail {
 
 struct key_ref {
     std::shared_ptr<index_state> index;
@@ -85,6 +94,21 @@ status read_key(const key_ref& key, record& into, key_read kind, const retry_cho
     into.number = 0;
     take_record(room, length, deleted, into);
     return key_answer(key, found);
+}
+
+inline int32_t read_key_facts(const file_ref& file, int32_t index_handle, int32_t key_number,
+                              const retry_choice& wait, key_facts& facts)
+{
+    key_report report = {};
+    char letter = 'n';
+    const int32_t code = file->persist(wait, [&] {
+        return tsstati32(file->handle, index_handle, key_number, &facts.order, &facts.node_bytes,
+                         &letter, &report);
+    });
+    if (code < 0) return code;
+    facts.has_cursor = letter == 'y';
+    facts.fields = fields_of(report);
+    return TS_OK;
 }
 
 // --- Searches ----------------------------------------------------------------------------------
@@ -198,4 +222,26 @@ inline status read_step(const key_ref& key, record& into, key_function function,
     });
 }
 
-} // namespace tarsil::detail
+// Places the cursor anew on the entry of the record it stands on, when the tree may have changed:
+// by the record's place in the file. The library searches from its copy of the root; asking for the
+// key's facts brings that up to date. `packed` gets the key of the record that is there now.
+inline int32_t place_again(const key_ref& key, const retry_choice& wait,
+                           std::array<std::byte, TS_MAX_PACKED_KEY>& packed)
+{
+    std::byte* const room = key.file()->room();
+    if (room == nullptr) return face::no_room;
+    ++key.file()->moves;
+    ++key.state().moves;
+    int32_t number = 0;
+    int32_t code = tssetd2i32(key.data_handle(), key.handle(), key.number, &number);
+    if (code < 0) return code;
+    key_facts facts = {};
+    code = read_key_facts(key.file(), key.handle(), key.number, wait, facts);
+    if (code < 0) return code;
+    code = tsseti2d32(key.data_handle(), key.handle(), key.number, room, packed.data(), &number);
+    return code == 1 ? int32_t{TS_CURSOR_FILE_CHANGED} : code;
+}
+
+} // namespace detail
+
+} // namespace tarsil

@@ -2,6 +2,10 @@
 //
 //     for (auto&& one : key.with(key.pack("CH"))) ...
 //
+// In multi-user mode each step looks whether others have added or purged records: the leaf and the
+// path that the library keeps for a cursor may then be out of date, and a step from there could end
+// too early. The walk places the cursor anew first. The file's current record moves by that.
+//
 // Deleted records are part of it, with their flag, unless skip_deleted is set. The walk uses the
 // key's one cursor. A loop's body that moves it (a search through the same key, an add) ends the
 // walk with face::cursor_moved; updates in place, deletes and undeletes by number do no harm. The
@@ -101,22 +105,40 @@ private:
         check_bounds();
     }
 
+    // The lock spans the look at the counts, the placing anew and the step.
     status next()
     {
         const auto function = where_ == start::last ? tsgetpi32 : tsgetni32;
-        status read = read_step(key_, here_, function, options_.wait);
-        if (read.code() != TS_CURSOR_FILE_CHANGED || options_.changed == on_change::stop)
-            return read;
-        const int32_t records = counts_.records;
-        const int32_t code = read_counts(key_.file(), options_.wait, counts_);
-        if (code < 0) return key_answer(key_, code);
-        if (counts_.records < records) return read;
+        const result<file_lock> lock = file_lock::around(key_.file(), key_.mask(), options_.wait);
+        if (!lock) return lock;
+        if (key_.file()->is_shared()) {
+            const int32_t code = look_for_changes();
+            if (code < 0) return key_answer(key_, code);
+        }
         return read_step(key_, here_, function, options_.wait);
+    }
+
+    // A new record, or a deleted one fewer because its place was reused, means changed trees.
+    int32_t look_for_changes()
+    {
+        const detail::file_counts before = counts_;
+        int32_t code = read_counts(key_.file(), options_.wait, counts_);
+        if (code < 0) return code;
+        const bool changed = counts_.records != before.records;
+        if (changed && options_.changed == on_change::stop) return TS_CURSOR_FILE_CHANGED;
+        if (!changed && counts_.deleted >= before.deleted) return TS_OK;
+        std::array<std::byte, TS_MAX_PACKED_KEY> packed;
+        code = place_again(key_, options_.wait, packed);
+        if (code < 0) return code;
+        const bool same = std::equal(last_key_.begin(), last_key_.end(), packed.begin());
+        return same ? TS_OK : TS_CURSOR_FILE_CHANGED;
     }
 
     // Values are compared as the tree does it.
     void check_bounds()
     {
+        if (key_.file()->is_shared())
+            last_key_ = detail::packed_fields(key_.state().shape, here_.bytes);
         const int32_t precision = key_.file()->owner->options.precision;
         const auto order = [&](const result<key_value>& value) {
             return detail::order_of(key_.state().shape, *value, here_.bytes, precision);
@@ -146,6 +168,7 @@ private:
     std::optional<result<key_value>> until_;
     detail::file_counts counts_;
     record here_;
+    std::vector<std::byte> last_key_; // of the record last delivered, whatever the loop did to it
     uint64_t moves_ = 0;
     bool at_end_ = false;
     status state_;

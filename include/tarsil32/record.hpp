@@ -54,12 +54,15 @@ struct record {
 };
 
 // The bytes of a plain struct, for calls that take a record.
-template <class Struct> std::span<const std::byte> bytes_of(const Struct& value)
+template <class Struct>
+requires(std::is_trivially_copyable_v<Struct> &&
+         !std::is_convertible_v<const Struct&, std::string_view>)
+    std::span<const std::byte> bytes_of(const Struct& value)
 {
-    static_assert(std::is_trivially_copyable_v<Struct>);
     return std::as_bytes(std::span<const Struct, 1>(&value, 1));
 }
 
+// The bytes of a text, without a zero byte at its end.
 inline std::span<const std::byte> bytes_of(std::string_view text)
 {
     return std::as_bytes(std::span(text.data(), text.size()));

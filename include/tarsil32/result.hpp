@@ -179,6 +179,7 @@ public:
 
     T& operator*() & { return value(); }
     const T& operator*() const& { return value(); }
+    T operator*() && { return std::move(value()); }
     T* operator->() { return &value(); }
     const T* operator->() const { return &value(); }
 

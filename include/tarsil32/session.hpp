@@ -2,8 +2,9 @@
 // an open index file. Nothing here is for callers.
 //
 // A file's state is shared by all objects made from it and holds on to the session, so that the
-// library is freed after the last file, whatever the order in which objects go. Closing sets the
-// handles to -1, and every call through an object that is left behind answers face::empty_handle.
+// library is freed after the last open file, whatever the order in which objects go. Closing sets
+// the handle to -1 and lets go of the session, and every call through an object that is left behind
+// answers face::empty_handle.
 //
 // Nothing here is safe against several threads at once, since the library isn't.
 #pragma once

@@ -336,6 +336,29 @@ inline int order_of_fields(char letter, const std::byte* left, const std::byte* 
     return from_left == from_right ? 0 : from_left < from_right ? -1 : 1;
 }
 
+// The field's bytes, and zeros where the record ends before it.
+inline std::array<std::byte, TS_MAX_STRING_FIELD> padded_field(const field& one,
+                                                               std::span<const std::byte> bytes)
+{
+    std::array<std::byte, TS_MAX_STRING_FIELD> padded{};
+    const auto offset = std::min(static_cast<size_t>(std::max(one.offset, 0)), bytes.size());
+    const auto length = static_cast<size_t>(one.length);
+    std::copy_n(bytes.data() + offset, std::min(length, bytes.size() - offset), padded.data());
+    return padded;
+}
+
+// The key of a record: its fields back to back.
+inline std::vector<std::byte> packed_fields(const std::vector<field>& shape,
+                                            std::span<const std::byte> bytes)
+{
+    std::vector<std::byte> packed;
+    for (const field& one : shape) {
+        const auto padded = padded_field(one, bytes);
+        packed.insert(packed.end(), padded.begin(), padded.begin() + one.length);
+    }
+    return packed;
+}
+
 // Does the value stand before (-1), at (0) or behind (1) the record in key order, as far as the
 // value goes? Of the last text only last_length bytes count. A record of variable length that ends
 // before a field is taken as if zeros followed.
@@ -345,10 +368,8 @@ inline int order_of(const std::vector<field>& shape, const key_value& value,
     size_t at = 0;
     for (int32_t i = 0; i < value.field_count; ++i) {
         const field& one = shape[static_cast<size_t>(i)];
-        std::array<std::byte, TS_MAX_STRING_FIELD> padded{};
-        const auto offset = std::min(static_cast<size_t>(std::max(one.offset, 0)), bytes.size());
         const auto length = static_cast<size_t>(one.length);
-        std::copy_n(bytes.data() + offset, std::min(length, bytes.size() - offset), padded.data());
+        const std::array<std::byte, TS_MAX_STRING_FIELD> padded = padded_field(one, bytes);
 
         const bool is_part = one.letter == 's' && i + 1 == value.field_count;
         const size_t counted = is_part ? size_t{value.last_length} : length;

@@ -1,0 +1,269 @@
+// The C++ face among several processes: waiting, locks, walks over a file that others change. The
+// children start the library themselves, so each test forks before it starts its own.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "tarsil32.hpp"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_folder.h"
+
+namespace {
+
+using namespace tarsil;
+using namespace std::chrono_literals;
+using support::child_line;
+using support::child_process;
+
+struct entry {
+    int32_t number;
+    char text[16];
+};
+
+entry make_entry(int32_t number)
+{
+    entry made = {number, {}};
+    std::snprintf(made.text, sizeof made.text, "text %d", static_cast<int>(number));
+    return made;
+}
+
+std::vector<key_definition> entry_keys()
+{
+    const layout fields = layout::of<entry>(
+        {TARSIL_FIELD(entry, number), TARSIL_FIELD(entry, text)});
+    return {*fields.key({"number"}, cursor::kept, 3), *fields.key({"text"}, cursor::kept, 3)};
+}
+
+// A process's own view of the files: started, opened, and gone in the right order.
+struct shared_files {
+    explicit shared_files(const support::temp_folder& folder, bool write_through = false)
+        : started(library::start({.multi_user = true, .write_through = write_through})),
+          file(*started->open(folder.file("shared.dat"))),
+          keys(*file.open_index(folder.file("shared.idx"))), by_number(*keys.key(0))
+    {
+    }
+
+    status add(int32_t number, const retry_choice& wait = {}) const
+    {
+        return file.add(bytes_of(make_entry(number)), duplicates::refuse, wait);
+    }
+    result<record> find(int32_t number, const retry_choice& wait = {}) const
+    {
+        return by_number.find(by_number.pack(number), wait);
+    }
+
+    result<library> started;
+    data_file file;
+    index_file keys;
+    key_cursor by_number;
+};
+
+class SharedFace : public testing::Test {
+protected:
+    void create(int32_t record_length, int32_t entries) const
+    {
+        const result<library> started = library::start();
+        const data_file file = *started->create(folder.file("shared.dat"), record_length);
+        const index_file keys = *file.create_index(folder.file("shared.idx"), entry_keys());
+        for (int32_t i = 1; i <= entries; ++i) ASSERT_TRUE(file.add(bytes_of(make_entry(i * 10))));
+    }
+    void create(int32_t entries) const { create(sizeof(entry), entries); }
+
+    support::temp_folder folder;
+};
+
+TEST_F(SharedFace, WaitsForALockAndStoresOnce)
+{
+    create(3);
+    child_process other([&](const child_line& line) {
+        const shared_files files(folder);
+        file_lock lock;
+        line.step([&] {
+            lock = *files.file.lock_all();
+            return lock.placed();
+        });
+        line.step([&] { return 0; });
+        std::this_thread::sleep_for(100ms);
+        (void)lock.release();
+        line.step([&] { return lock.placed(); });
+    });
+    const shared_files files(folder);
+    ASSERT_EQ(other.next(), 1);
+    EXPECT_EQ(files.add(40, retry::never()).code(), TS_LOCK_REFUSED);
+    EXPECT_FALSE(files.add(40, retry::never()).half_done());
+    EXPECT_EQ(files.find(10, retry::up_to(5ms)).code(), TS_LOCK_REFUSED);
+    EXPECT_EQ(files.file.get(1, retry::never()).code(), TS_LOCK_REFUSED);
+    EXPECT_EQ(files.by_number.first(retry::never()).code(), TS_LOCK_REFUSED);
+
+    other.next();
+    const status added = files.add(40, retry::up_to(20s));
+    EXPECT_TRUE(added) << added.message();
+    EXPECT_GT(files.started->waits(), 10U);
+    EXPECT_EQ(other.next(), 0);
+    EXPECT_EQ(files.file.facts()->records, 4);
+    EXPECT_TRUE(files.find(40));
+}
+
+// An open answers TS_OPEN_DATA_LOCK_FAILED for the lock, and is asked again too.
+TEST_F(SharedFace, WaitsToOpen)
+{
+    create(1);
+    child_process other([&](const child_line& line) {
+        const shared_files files(folder);
+        file_lock lock = *files.file.lock();
+        line.step([&] { return 0; });
+        std::this_thread::sleep_for(50ms);
+        (void)lock.release();
+        line.step([&] { return 0; });
+    });
+    const result<library> started = library::start({.multi_user = true});
+    other.next();
+    const std::string name = folder.file("shared.dat");
+    EXPECT_EQ(started->open(name, retry::never()).code(), TS_OPEN_DATA_LOCK_FAILED);
+    EXPECT_TRUE(started->open(name, retry::up_to(20s)));
+    other.next();
+}
+
+// Four processes add, search, walk, update and delete on one file: no refusal reaches a caller, and
+// no record is stored twice or lost.
+TEST_F(SharedFace, FourProcessesMeetNoRefusal)
+{
+    constexpr int32_t processes = 4;
+    constexpr int32_t rounds = 60;
+    create(1);
+    std::vector<std::unique_ptr<child_process>> others;
+    for (int32_t process = 1; process <= processes; ++process) {
+        others.push_back(std::make_unique<child_process>([&, process](const child_line& line) {
+            const shared_files files(folder);
+            int64_t failures = 0;
+            const auto expect = [&](const status& done) {
+                if (!done) std::fprintf(stderr, "%s\n", done.message().c_str());
+                failures += done ? 0 : 1;
+            };
+            line.step([&] {
+                for (int32_t i = 0; i < rounds; ++i) {
+                    const int32_t number = process * 100'000 + i;
+                    expect(files.add(number));
+                    expect(files.find(number));
+                    expect(files.file.last());
+                    expect(files.by_number.update(files.by_number.pack(number),
+                                                  bytes_of(make_entry(number))));
+                    if (i % 2 == 0) expect(files.by_number.erase(files.by_number.pack(number)));
+                    if (i % 20 == 0) {
+                        int32_t before = 0;
+                        for (auto&& one : files.by_number.all()) {
+                            failures += one.as<entry>()->number > before ? 0 : 1;
+                            before = one.as<entry>()->number;
+                        }
+                        expect(files.by_number.walk_state());
+                    }
+                }
+                return failures;
+            });
+        }));
+    }
+    for (const auto& one : others) one->line().send(0);
+    for (const auto& one : others) EXPECT_EQ(one->line().receive(), 0);
+
+    const shared_files files(folder);
+    EXPECT_EQ(files.file.facts()->records, processes * rounds + 1);
+    EXPECT_EQ(files.file.facts()->deleted, processes * rounds / 2);
+    for (int32_t key = 0; key < 2; ++key) {
+        int32_t entries = 0;
+        for ([[maybe_unused]] auto&& one : files.keys.key(key)->all()) ++entries;
+        EXPECT_EQ(entries, processes * rounds + 1) << "key " << key;
+    }
+}
+
+TEST_F(SharedFace, WalksGoOnAfterAnAddAndStopWhenAskedOrAfterAPurge)
+{
+    create(8);
+    child_process other([&](const child_line& line) {
+        const shared_files files(folder);
+        line.step([&] { return files.add(1000).code(); });
+        line.step([&] { return files.add(1001).code(); });
+        line.step([&] { return files.file.erase(1).code() + files.file.purge().code(); });
+    });
+    const shared_files files(folder);
+    const auto walk = [&](const walk_options& options) {
+        int32_t seen = 0;
+        for ([[maybe_unused]] auto&& one : files.by_number.all(options))
+            if (++seen == 2) other.next();
+        return seen;
+    };
+    EXPECT_GE(walk({}), 8);
+    EXPECT_TRUE(files.by_number.walk_state()) << files.by_number.walk_state().message();
+    EXPECT_EQ(walk({.changed = on_change::stop}), 2);
+    EXPECT_EQ(files.by_number.walk_state().code(), TS_CURSOR_FILE_CHANGED);
+    EXPECT_EQ(walk({}), 2);
+    EXPECT_EQ(files.by_number.walk_state().code(), TS_CURSOR_FILE_CHANGED);
+}
+
+TEST_F(SharedFace, LocksNestAndGoWithTheirScope)
+{
+    create(3);
+    child_process other([&](const child_line& line) {
+        const shared_files files(folder);
+        const auto get = [&] { return files.file.get(2, retry::never()).code(); };
+        for (int i = 0; i < 4; ++i) line.step(get);
+    });
+    const shared_files files(folder);
+    EXPECT_EQ(other.next(), TS_OK);
+    {
+        const file_lock outer = *files.file.lock();
+        const file_lock inner = *files.file.lock_all();
+        EXPECT_TRUE(files.add(40)) << "inside the own locks";
+        EXPECT_FALSE(files.keys.lock()->placed());
+        EXPECT_EQ(other.next(), TS_LOCK_REFUSED);
+    }
+    EXPECT_EQ(other.next(), TS_OK);
+
+    file_lock record_lock = *files.file.lock_record(2);
+    EXPECT_EQ(other.next(), TS_LOCK_REFUSED);
+    EXPECT_TRUE(files.file.get(2));
+    EXPECT_TRUE(files.file.update(2, bytes_of(make_entry(20))));
+    EXPECT_TRUE(files.file.erase(2));
+    EXPECT_EQ(files.file.erase(3).code(), face::record_lock_held);
+    EXPECT_EQ(files.add(50).code(), face::record_lock_held);
+    EXPECT_EQ(files.by_number.first()->as<entry>()->number, 10);
+    EXPECT_EQ(files.by_number.next().code(), face::record_lock_held);
+    EXPECT_TRUE(record_lock.release());
+    EXPECT_TRUE(files.add(50));
+}
+
+TEST_F(SharedFace, ReadsVariableRecordsThatOthersMakeLonger)
+{
+    create(TS_VARIABLE_LENGTH, 3);
+    child_process other([&](const child_line& line) {
+        const shared_files files(folder);
+        line.step([&] {
+            std::vector<std::byte> longer(100'000, std::byte{7});
+            const entry head = make_entry(40);
+            std::memcpy(longer.data(), &head, sizeof head);
+            return files.file.add(longer).code();
+        });
+    });
+    const shared_files files(folder);
+    EXPECT_EQ(files.find(30)->bytes.size(), sizeof(entry));
+    EXPECT_EQ(files.file.get(3)->bytes.size(), sizeof(entry));
+    ASSERT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(files.file.next()->bytes.size(), 100'000U);
+    EXPECT_EQ(files.by_number.next().code(), TS_NEXT_ENTRY_AT_END);
+    EXPECT_EQ(files.find(40)->bytes.size(), 100'000U);
+    EXPECT_EQ(files.file.add(bytes_of("short")).code(), face::wrong_length)
+        << "the keys look at more bytes than that";
+}
+
+TEST_F(SharedFace, WorksWithWriteThrough)
+{
+    create(3);
+    const shared_files files(folder, true);
+    EXPECT_TRUE(files.add(40));
+    EXPECT_TRUE(files.file.erase(1));
+    EXPECT_EQ(*files.file.purge(), 1);
+    EXPECT_EQ(files.find(40)->as<entry>()->number, 40);
+    EXPECT_EQ(files.add(40).code(), TS_DUPLICATE_KEY);
+}
+
+} // namespace
