@@ -60,7 +60,13 @@ void write_completion(const CLI::App& program);
 
 run_command declare_create(CLI::App& options, common_options& common);
 run_command declare_index(CLI::App& options, common_options& common);
+run_command declare_import(CLI::App& options, common_options& common);
+run_command declare_check(CLI::App& options, common_options& common);
+run_command declare_repair(CLI::App& options, common_options& common);
+run_command declare_reindex(CLI::App& options, common_options& common);
 run_command declare_salvage(CLI::App& options, common_options& common);
+run_command declare_compact(CLI::App& options, common_options& common);
+run_command declare_locks(CLI::App& options, common_options& common);
 run_command declare_explain(CLI::App& options, common_options& common);
 
 } // namespace tarsil::tool

@@ -55,6 +55,12 @@ failure open_failure(const std::string& name, int error)
     return {name + ": can't be opened: " + std::strerror(error), "check its permissions"};
 }
 
+std::string unsteady_text(const std::string& name)
+{
+    return name + ": " + names_of(holders_of(name)) +
+           " has it open and may be changing it; what is read now may be half of a change";
+}
+
 file_guard::file_guard(file_guard&& other) noexcept
     : name_(std::move(other.name_)), descriptor_(std::exchange(other.descriptor_, -1)),
       steady_(other.steady_)
@@ -125,7 +131,7 @@ answer<file_guard> file_guard::take(const std::string& name, purpose what, doubl
         return false;
     });
     if (made->steady_ || what == purpose::look) return made;
-    return failure{name + ": " + "in use by " + names_of(holders_of(name)),
+    return failure{name + ": " + names_of(holders_of(name)) + " has it open",
                    "close it there, or wait longer with --wait"};
 }
 

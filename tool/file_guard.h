@@ -51,6 +51,9 @@ private:
     bool steady_ = false;
 };
 
+// The warning that goes with a look at a file that isn't steady.
+std::string unsteady_text(const std::string& name);
+
 // Why a file can't be opened, from errno.
 failure open_failure(const std::string& name, int error);
 

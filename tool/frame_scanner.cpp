@@ -29,7 +29,8 @@ int64_t start_of_zeros(check::file_bytes& bytes)
         const check::byte_span block = bytes.at(from, end - from);
         size_t last = block.size();
         while (last > 0 && block[last - 1] == 0) --last;
-        if (last > 0 || block.empty()) return block.empty() ? end : from + int64_t(last);
+        if (last > 0 || block.empty())
+            return block.empty() ? end : from + static_cast<int64_t>(last);
         end = from;
     }
     return 0;
@@ -49,8 +50,15 @@ const char* text_of(gap_reason why)
 
 void gap_list::add(const gap& one)
 {
-    ++count;
     bytes += one.bytes;
+    if (!kept.empty() && kept.size() == static_cast<size_t>(count)) {
+        gap& last = kept.back();
+        if (last.why == one.why && last.offset + last.bytes == one.offset) {
+            last.bytes += one.bytes;
+            return;
+        }
+    }
+    ++count;
     if (kept.size() < most_kept) kept.push_back(one);
 }
 
@@ -140,49 +148,71 @@ bool frame_scanner::holds_record(int64_t offset)
     return offset == size_ || (frame.is_possible && leads_on(frame));
 }
 
+// Is the record's end a place where it can be relied on without a look at what lies in between? A
+// wrong length leads to the zeros behind all records easily, but hardly to the very end.
+bool frame_scanner::is_sure(const frame_look& frame)
+{
+    if (is_fixed()) return true;
+    const bool ends_in_zeros = frame.end >= zeros_from_ && frame.end < size_;
+    return !ends_in_zeros && leads_on(frame);
+}
+
 bool frame_scanner::take(const frame_look& frame, found_record& found)
 {
     found = {position_, frame.length, frame.is_deleted, false};
     position_ = frame.end;
-    is_in_step_ = true;
     return true;
 }
 
-// The body of a damaged frame, if the next sound one stands a whole number of records further.
-bool frame_scanner::take_doubtful(int64_t behind_gap, found_record& found)
+int64_t frame_scanner::distance() const
 {
-    const int64_t distance = int64_t{frame_bytes} + std::max(shape_.record_length, 1);
-    const bool is_whole = behind_gap < size_ ? (behind_gap - position_) % distance == 0
-                                             : position_ + distance <= size_;
-    if (!shape_.with_doubtful || !is_fixed() || !is_whole) return false;
-    found = {position_, shape_.record_length, look_at(position_).is_deleted, true};
-    position_ += distance;
+    return int64_t{frame_bytes} + std::max(shape_.record_length, 1);
+}
+
+// Does a whole number of records fit up to the next sound frame, so that one can be taken here?
+bool frame_scanner::is_slot() const
+{
+    if (!shape_.with_doubtful || !is_fixed()) return false;
+    if (chain_ < size_) return (chain_ - position_) % distance() == 0;
+    return position_ + distance() <= size_;
+}
+
+bool frame_scanner::take_doubtful(const frame_look& frame, found_record& found)
+{
+    const auto is_zero = [](unsigned char byte) { return byte == 0; };
+    const check::byte_span slot = bytes_.at(position_, distance());
+    if (std::all_of(slot.begin(), slot.end(), is_zero)) {
+        skip_to(position_ + distance(), frame);
+        return false;
+    }
+    found = {position_, shape_.record_length, frame.is_deleted, true};
+    position_ += distance();
     return true;
 }
 
 void frame_scanner::skip_to(int64_t offset, const frame_look& frame)
 {
-    const int64_t distance = int64_t{frame_bytes} + std::max(shape_.record_length, 1);
     gap_reason why = gap_reason::no_frames;
+    if (is_fixed() && (offset - position_) % distance() == 0) why = gap_reason::damaged_frames;
+    if (frame.is_cut && offset == size_) why = gap_reason::cut;
     if (!frame.is_readable) why = gap_reason::unreadable;
-    if (frame.is_cut) why = gap_reason::cut;
-    if (why == gap_reason::no_frames && is_fixed() && (offset - position_) % distance == 0)
-        why = gap_reason::damaged_frames;
     gaps_.add({position_, offset - position_, why});
     position_ = offset;
-    is_in_step_ = false;
 }
 
 bool frame_scanner::next(found_record& found)
 {
     while (position_ < zeros_from_) {
         const frame_look frame = look_at(position_);
-        const bool is_here = frame.is_possible && (frame.is_strong || is_in_step_);
-        if (is_here && (is_fixed() || leads_on(frame))) return take(frame, found);
+        if (frame.is_possible && is_sure(frame)) return take(frame, found);
         if (position_ >= chain_) chain_ = find_chain(position_ + 1);
-        if (is_here && frame.is_strong && frame.end <= chain_) return take(frame, found);
-        if (take_doubtful(chain_, found)) return true;
-        skip_to(std::min(chain_, size_), frame);
+        const bool is_alone = frame.is_strong || (frame.is_possible && leads_on(frame));
+        if (is_alone && frame.end <= chain_) return take(frame, found);
+        if (!is_slot()) {
+            skip_to(chain_, frame);
+        } else if (take_doubtful(frame, found)) {
+            return true;
+        }
     }
     return false;
 }

@@ -92,8 +92,11 @@ private:
     bool leads_on(const frame_look& frame);
     bool is_chain(int64_t offset);
     bool is_fixed() const { return shape_.record_length >= 1; }
+    bool is_sure(const frame_look& frame);
+    bool is_slot() const;
+    int64_t distance() const;
     bool take(const frame_look& frame, found_record& found);
-    bool take_doubtful(int64_t behind_gap, found_record& found);
+    bool take_doubtful(const frame_look& frame, found_record& found);
     void skip_to(int64_t offset, const frame_look& frame);
 
     check::file_bytes& bytes_;
@@ -101,8 +104,7 @@ private:
     int64_t size_;
     int64_t zeros_from_; // only zeros from here to the end
     int64_t position_;
-    int64_t chain_ = 0;      // where the chain begins that was last searched for
-    bool is_in_step_ = true; // position_ was led to by a record, or is where they begin
+    int64_t chain_ = 0; // where the chain begins that was last searched for
     gap_list gaps_;
     std::vector<unsigned char> block_;
 };

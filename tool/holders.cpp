@@ -53,10 +53,12 @@ int read_locks_of(const fs::path& fdinfo, holder& into)
         held_bytes held;
         if (!read_lock(words_of(line.substr(5)), held)) continue;
         ++count;
-        if (held.first == share_byte)
-            into.is_alone = into.is_alone || held.is_exclusive;
-        else
+        if (held.first != share_byte)
             into.ranges.push_back(held);
+        else if (held.is_exclusive)
+            into.is_alone = true;
+        else
+            into.is_sharing = true;
     }
     return count;
 }

@@ -26,6 +26,7 @@ struct holder {
     std::string program;            // as the process calls itself
     std::vector<held_bytes> ranges; // empty: open without a lock
     bool is_alone = false;          // holds the file for itself, in single-user mode
+    bool is_sharing = false;        // has it open as the library does in multi-user mode
 };
 
 struct holders {
