@@ -82,6 +82,7 @@ namespace {
 void copy_root_to_work_node(key_slot& key)
 {
     std::memcpy(key.work_node, key.root_node, static_cast<size_t>(key.key_record.node_bytes));
+    key.work_offset = key.key_record.root_offset;
 }
 
 // Empties the path and sees to a work_node; nothing is in it yet.
@@ -119,12 +120,24 @@ int32_t descend_child(const key_id& id, const unsigned char* branch, int32_t ent
     key_slot& key = key_of(id);
     node_offset = entry_link(entry_at(key.key_record, branch, entry));
     if (node_offset == no_offset) return child_missing;
+    key.work_offset = node_offset;
     return read_node(id, node_offset, key.work_node);
+}
+
+int32_t index_of_child(const key_slot& key, int32_t child)
+{
+    const key_record& record = key.key_record;
+    const int32_t count = entry_count(record, key.work_node);
+    for (int32_t i = 0; i <= count; ++i) {
+        if (entry_link(entry_at(record, key.work_node, i)) == child) return i;
+    }
+    return no_position;
 }
 
 int32_t read_branch(const key_id& id, int32_t offset)
 {
-    const key_slot& key = key_of(id);
+    key_slot& key = key_of(id);
+    key.work_offset = offset;
     const int32_t code = read_node(id, offset, key.work_node);
     if (code != TS_OK) return code;
     return is_leaf(key.key_record, key.work_node) ? int32_t{TS_NODE_DAMAGED} : int32_t{TS_OK};

@@ -48,6 +48,9 @@ inline constexpr int32_t child_missing = 1;
 [[nodiscard]] int32_t descend_child(const key_id& id, const unsigned char* branch, int32_t entry,
                                     int32_t& node_offset);
 
+// The index of a child in the branch in work_node, or no_position where the branch doesn't name it.
+int32_t index_of_child(const key_slot& key, int32_t child);
+
 // Reads a node of the path into work_node. read_node's codes, and TS_NODE_DAMAGED for a leaf.
 [[nodiscard]] int32_t read_branch(const key_id& id, int32_t offset);
 

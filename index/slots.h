@@ -22,6 +22,7 @@ struct key_slot {
     int32_t* saved_path; // the path to the cursor's leaf, as path_stack; none means the key has no
                          // cursor
     int32_t position;    // of the cursor's entry in work_node, or no_position
+    int32_t work_offset; // where the node in work_node stands in the file
     tarsil::key_record key_record;
 };
 

@@ -233,8 +233,9 @@ int32_t make_new_root(const key_id& id, const split_node& split)
 }
 
 // Takes the separator of a split, the last entry of the left half in work_node, to the parent, and
-// on for as long as parents are split by it. The parent's own scan finds the place: it is that of
-// the child that was split.
+// on for as long as parents are split by it. The link of the child that was split tells the place:
+// with the tolerance of float and double fields a scan for the separator may stop at another child
+// that counts as equal.
 int32_t climb(const key_id& id, split_node& split)
 {
     key_slot& key = key_of(id);
@@ -248,10 +249,9 @@ int32_t climb(const key_id& id, split_node& split)
         const int32_t parent_offset = path_take(split.level);
         int32_t code = read_branch(id, parent_offset);
         if (code != TS_OK) return code;
-        const int32_t count = entry_count(record, key.work_node);
-        int32_t position = 0;
-        node_scan(record, packed_key(key.work_node), key_scratch, count, position, true);
-        if (count < most_separators(record))
+        const int32_t position = index_of_child(key, split.node_offset);
+        if (position == no_position) return TS_NODE_DAMAGED;
+        if (entry_count(record, key.work_node) < most_separators(record))
             return insert_into_parent(id, parent_offset, position, split);
         code = split_branch(id, parent_offset, position, split);
         if (code != TS_OK) return code;
@@ -276,6 +276,7 @@ int32_t insert_by_split(const key_id& id, const search_end& place, const unsigne
 
     key_slot& key = key_of(id);
     save_path(key);
+    key.work_offset = split.final_node;
     return read_node(id, split.final_node, key.work_node);
 }
 

@@ -10,6 +10,7 @@
 // At either end of a key the last or first record is delivered again and the cursor stays on its
 // entry, ready for a step back. Steps run inside the read bracket of multi-user mode; what begins
 // anew, at either end, needs none.
+#include <algorithm>
 #include <cstring>
 
 #include "core/tables.h"
@@ -98,22 +99,42 @@ struct branch_place {
     int32_t entry;
 };
 
+bool has_tolerance(const key_record& key)
+{
+    return std::any_of(key.fields, key.fields + key.field_count, [](const key_field& field) {
+        return field.type == 'f' || field.type == 'd';
+    });
+}
+
+// Which child of the branch in work_node the way came from: the one whose separators bound the edge
+// key, also after another process has split it. Float and double values that are equal by the
+// tolerance alone can lead that scan to another child, and a walk by it would skip leaves or never
+// end; there the child's link decides, as long as the branch still names it.
+int32_t child_left_behind(const key_slot& key, const unsigned char* edge_key, int32_t child)
+{
+    const key_record& record = key.key_record;
+    int32_t position = has_tolerance(record) ? index_of_child(key, child) : no_position;
+    if (position == no_position)
+        node_scan(record, packed_key(key.work_node), edge_key, entries_of_work_node(key), position,
+                  true);
+    return position;
+}
+
 // Climbs to the first ancestor with a child beyond the one that holds edge_key. A path that ends
 // before the root, as in a damaged file, ends in the code of a node that can't be read.
 int32_t climb(const key_id& id, direction way, const unsigned char* edge_key, branch_place& place)
 {
     const key_slot& key = key_of(id);
     for (;;) {
+        const int32_t child = key.work_offset;
         place.node_offset = path_take(path_end);
         const int32_t code = read_branch(id, place.node_offset);
         if (code != TS_OK) return code;
 
-        int32_t position = 0;
-        const scan_result result = node_scan(key.key_record, packed_key(key.work_node), edge_key,
-                                             entries_of_work_node(key), position, true);
+        const int32_t position = child_left_behind(key, edge_key, child);
         place.entry = way == direction::forward ? position + 1 : position - 1;
         if (way == direction::back && place.entry >= 0) return TS_OK;
-        if (way == direction::forward && result == scan_result::behind_all) return end_of_key;
+        if (way == direction::forward && position == entries_of_work_node(key)) return end_of_key;
         if (entry_record_offset(key, place.entry) != no_offset) return TS_OK;
         if (place.node_offset == key.key_record.root_offset) return end_of_key;
     }
