@@ -201,6 +201,25 @@ TEST_F(Face, UpdatesInPlaceOrMovesAndSaysWhatHalfWasDone)
     EXPECT_TRUE(file.add(bytes_of(bern), duplicates::allow));
 }
 
+// The record goes in before its keys: a damaged index is met when it is too late to refuse.
+TEST_F(Face, TellsAStoredRecordWithoutKeysFromARefusedOne)
+{
+    const data_file file = towns();
+    std::fstream nodes(path("towns.idx"), std::ios::in | std::ios::out | std::ios::binary);
+    nodes.seekp(2216);
+    for (int i = 0; i < 100'000; ++i) nodes.put('\xEE');
+    nodes.close();
+    const town more = make_town(7, "DE", "Ulm", 478);
+    const status refused = file.add(bytes_of(more), duplicates::refuse);
+    EXPECT_FALSE(refused);
+    EXPECT_FALSE(refused.half_done()) << "the look for duplicates meets it first";
+    EXPECT_EQ(file.facts()->records, 6);
+    const status stored = file.add(bytes_of(more), duplicates::allow);
+    EXPECT_EQ(stored.code(), refused.code());
+    EXPECT_TRUE(stored.half_done());
+    EXPECT_EQ(file.facts()->records, 7);
+}
+
 TEST_F(Face, BuildsAndReopensIndexesWithoutTouchingDefinitions)
 {
     data_file file = towns();
