@@ -67,6 +67,7 @@ run_command declare_reindex(CLI::App& options, common_options& common);
 run_command declare_salvage(CLI::App& options, common_options& common);
 run_command declare_compact(CLI::App& options, common_options& common);
 run_command declare_locks(CLI::App& options, common_options& common);
+run_command declare_export(CLI::App& options, common_options& common);
 run_command declare_explain(CLI::App& options, common_options& common);
 
 } // namespace tarsil::tool

@@ -22,6 +22,62 @@ constexpr command table[] = {
      "cursor, which programs choose anew each time they open the file.",
      "  tarsil index airports.dat airports.idx --key ident --key country,name:cursor\n",
      declare_index},
+    {"import", "Add rows of CSV or JSON Lines as records", "TEXT",
+     "  tarsil import airports.dat airports.idx airports.csv\n", declare_import},
+    {"export", "Write records as CSV, JSON Lines or raw bytes", "TEXT",
+     "  tarsil export airports.dat --output all.csv\n"
+     "  tarsil export airports.dat --by airports.idx:country --from CH --to CH --json\n",
+     declare_export},
+    {"check", "Verify a data file and its index files, changing nothing",
+     "The header is compared with the records, every tree with the rules of its format, and the "
+     "entries with the records, both ways. What is wrong is told with its place, the rule of "
+     "docs/FILE_FORMATS.md that is broken, and the command that mends it.\n\n"
+     "The files are held against changes meanwhile, if the programs that have them open allow it; "
+     "if not, a warning says so. The status is 0 for sound files, 1 for damaged ones, 2 if they "
+     "could not be looked at.",
+     "  tarsil check airports.dat airports.idx\n"
+     "  tarsil check --json airports.dat airports.idx | jq .mended_by\n",
+     declare_check},
+    {"repair", "Make the header of a data file anew from its records",
+     "What a killed program leaves: records that the header doesn't count, and perhaps half a "
+     "record at the end of the file, which is cut off. A file with more wrong than that is left "
+     "as it is; `tarsil salvage` is for it. Index files that are given are looked at afterwards, "
+     "and those that have to be built anew are told.",
+     "  tarsil repair --dry-run airports.dat\n"
+     "  tarsil repair airports.dat airports.idx\n",
+     declare_repair},
+    {"reindex", "Build index files anew from the records",
+     "What the keys are is read from the old index file, whose trees may be damaged, or told with "
+     "--key. The new file is made as INDEX.reindexing and takes the old one's place when it is "
+     "whole; until then the old one stays as it is, whatever happens. Nobody else can have the "
+     "files open meanwhile.",
+     "  tarsil reindex airports.dat airports.idx\n"
+     "  # An index file that tells nothing any more:\n"
+     "  tarsil reindex airports.dat airports.idx --key ident --key country,name\n",
+     declare_reindex},
+    {"salvage", "Save what can be read of a damaged data file into a new one",
+     "Works on files that can't be opened: with a wrong mark, a damaged header, damaged frames. "
+     "Where records stop making sense, the next ones that do are looked for, and what lies in "
+     "between is told with its place. What the header can't tell is taken from the records, or "
+     "from --record-length, --start and --field. The damaged file is not changed.\n\n"
+     "The status is 0 if all was saved, 1 if something was not, 2 if nothing was.",
+     "  tarsil salvage --dry-run airports.dat saved.dat\n"
+     "  tarsil salvage airports.dat saved.dat --record-length 192\n",
+     declare_salvage},
+    {"compact", "Take the deleted records out and give their space back",
+     "New files are made beside the old ones as DATA.compacted and INDEX.compacted, and take "
+     "their places together when all are whole. An interruption before that leaves the old files "
+     "as they were. An interruption in the middle of it leaves the journal DATA.compacting, with "
+     "which the next command that opens DATA finishes. Nobody else can have the files open "
+     "meanwhile.\n\n"
+     "Give all index files of the data file: records get new places, and an index file that isn't "
+     "compacted with them has to be built anew by `tarsil reindex`.",
+     "  tarsil compact airports.dat airports.idx\n", declare_compact},
+    {"locks", "Tell which processes hold which ranges of files",
+     "Shows every process that has one of the files open, in which way, and what each range that "
+     "it holds means. Processes of other users are seen by the administrator only. No lock is "
+     "taken for it.",
+     "  tarsil locks airports.dat airports.idx\n", declare_locks},
     {"explain", "Name, cause and remedy of a result code",
      "CODE is a number, with or without its sign, or a name, with or without TS_.",
      "  tarsil explain -1004\n"
