@@ -1,4 +1,4 @@
-/* An outside project in C: makes a data file and an index of a few places. */
+/* An outside project in C: stores places and reads one back by its name. */
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -12,18 +12,19 @@ struct place {
 int main(void)
 {
     static const struct place places[] = {
-        {"IS", "Reykjavik"}, {"CH", "Zurich"}, {"IS", "Akureyri"}, {"IS", "Husavik"}};
+        {"IS", "Reykjavik"}, {"CH", "Zurich"}, {"IS", "Akureyri"}};
+    const char wanted[28] = "Zurich";
+    struct place found;
     key_definition key;
-    int32_t data, index, code = TS_OK;
+    int32_t data, index, deleted, code = TS_OK;
     size_t i;
 
     memset(&key, 0, sizeof key);
-    key.cursor = 'y';
-    key.field_count = 2;
-    memcpy(key.types, "ss", 2);
-    key.lengths[0] = sizeof places[0].country;
-    key.lengths[1] = sizeof places[0].name;
-    key.offsets[1] = offsetof(struct place, name);
+    key.cursor = 'n';
+    key.field_count = 1;
+    key.types[0] = 's';
+    key.lengths[0] = sizeof places[0].name;
+    key.offsets[0] = offsetof(struct place, name);
 
     if (tsinit32() != TS_STARTED) return 1;
     data = tscrdata32("places.dat", sizeof(struct place), 0, NULL);
@@ -31,6 +32,8 @@ int main(void)
     if (data < 0 || index < 0) return 1;
     for (i = 0; i < sizeof places / sizeof places[0] && code == TS_OK; ++i)
         code = tsadd32(data, &places[i], 0, 'n');
+    if (code == TS_OK) code = tsgeti32(data, index, 0, wanted, &found, &deleted);
+    if (code == TS_OK) printf("%s is in %s\n", found.name, found.country);
     if (code == TS_OK) code = tsclosed32(data);
     tsfree32();
     return code == TS_OK ? 0 : 1;
