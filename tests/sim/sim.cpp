@@ -35,9 +35,6 @@ struct file_body {
     int opens_alone = 0;
     int opens_shared = 0;
     std::vector<held_bytes> held;
-    bool name_is_stable = false;
-    std::string stable;
-    std::vector<sim::written> unstable;
 };
 
 struct open_entry {
@@ -45,8 +42,8 @@ struct open_entry {
     bool may_write = false;
     bool flush_failed = false;
     int32_t position = 0;
-    int* opens_alike =
-        nullptr; // the count of the file that this open is part of; none for a mere question
+    // The count of the file that this open is part of; none for a mere question.
+    int* opens_alike = nullptr;
 };
 
 struct simulation {
@@ -56,8 +53,7 @@ struct simulation {
     uint64_t calls[sim::call_kinds] = {};
     std::optional<sim::fault> planned;
     uint64_t faults_met = 0;
-    uint64_t party_waits =
-        0; // calls up to the one before which the other party acts; 0 if none is to
+    uint64_t party_waits = 0; // calls up to the one before which the other party acts; or 0
     sim::kinds party_where = 0;
     std::function<void()> party_deed;
     bool party_acts = false;
@@ -103,11 +99,10 @@ std::optional<sim::fault> begin(call kind)
 }
 
 // And ends here, with its own answer.
-bool end(call kind, file_handle file, int64_t offset, int64_t length, bool done)
+bool end(call kind, int64_t offset, int64_t length, bool done)
 {
     if (!done) world.last_error = static_cast<uint32_t>(kind) + 1;
-    if (world.recording && !world.party_acts)
-        world.log.push_back({kind, file, offset, length, done});
+    if (world.recording && !world.party_acts) world.log.push_back({kind, offset, length});
     return done;
 }
 
@@ -167,6 +162,11 @@ void release_all(open_entry& entry, file_handle file)
     entry = {};
 }
 
+int64_t size_of(const open_entry& entry)
+{
+    return static_cast<int64_t>(entry.file->content.size());
+}
+
 void put_bytes(std::string& content, int32_t offset, const std::string& bytes)
 {
     const size_t start = static_cast<size_t>(offset);
@@ -174,32 +174,13 @@ void put_bytes(std::string& content, int32_t offset, const std::string& bytes)
     content.replace(start, bytes.size(), bytes);
 }
 
-void change(file_body& file, int32_t offset, const std::string& bytes)
-{
-    put_bytes(file.content, offset, bytes);
-    if (world.recording) file.unstable.push_back({offset, bytes});
-}
-
-void make_stable(file_body& file)
-{
-    for (const sim::written& write : file.unstable)
-        put_bytes(file.stable, write.offset, write.bytes);
-    file.unstable.clear();
-    file.name_is_stable = true;
-}
+bool is_error(const std::optional<sim::fault>& met) { return met && met->how == failure::error; }
 
 // How many of the bytes asked for a transfer moves, the file allowing.
 uint32_t granted(const std::optional<sim::fault>& met, uint32_t bytes)
 {
-    if (!met) return bytes;
-    if (met->how == failure::error) return 0;
-    if (met->how == failure::short_bytes) return bytes - std::min(bytes, met->bytes);
-    return bytes / 2;
-}
-
-bool is_error(const std::optional<sim::fault>& met)
-{
-    return met && (met->how == failure::error || met->how == failure::error_half);
+    if (!met || bytes == 0) return bytes;
+    return is_error(met) ? 0 : bytes - 1;
 }
 
 } // namespace
@@ -212,7 +193,7 @@ file_handle CreateFileA(const char* name, access wanted_access, share wanted_sha
     const bool fails = begin(kind).has_value();
     const file_handle file = fails ? no_file
                                    : open_or_create(name, wanted_access, wanted_share, how);
-    end(kind, file, 0, 0, file != no_file);
+    end(kind, 0, 0, file != no_file);
     return file;
 }
 
@@ -221,7 +202,7 @@ bool CloseHandle(file_handle file)
     const bool fails = begin(call::close).has_value();
     open_entry* const entry = find_open(file);
     if (entry != nullptr) release_all(*entry, file);
-    return end(call::close, file, 0, 0, entry != nullptr && !fails);
+    return end(call::close, 0, 0, entry != nullptr && !fails);
 }
 
 bool DeleteFileA(const char* name)
@@ -230,7 +211,7 @@ bool DeleteFileA(const char* name)
     const std::shared_ptr<file_body> file = name == nullptr ? nullptr : find_file(name);
     const bool done = !fails && file && file->may_be_written && may_share(*file, share::none);
     if (done) world.files.erase(name);
-    return end(call::remove, no_file, 0, 0, done);
+    return end(call::remove, 0, 0, done);
 }
 
 bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
@@ -240,14 +221,13 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     open_entry* const entry = find_open(file);
     const int64_t offset = entry == nullptr ? -1 : entry->position;
     if (entry == nullptr || offset + bytes > max_file_bytes)
-        return end(call::read, file, offset, bytes, false);
+        return end(call::read, offset, bytes, false);
 
-    const std::string& content = entry->file->content;
-    const int64_t left = std::max<int64_t>(static_cast<int64_t>(content.size()) - offset, 0);
+    const int64_t left = std::max<int64_t>(size_of(*entry) - offset, 0);
     moved = static_cast<uint32_t>(std::min<int64_t>(granted(met, bytes), left));
-    if (moved > 0) std::memcpy(buffer, content.data() + offset, moved);
+    if (moved > 0) std::memcpy(buffer, entry->file->content.data() + offset, moved);
     entry->position += static_cast<int32_t>(moved);
-    return end(call::read, file, offset, bytes, !is_error(met));
+    return end(call::read, offset, bytes, !is_error(met));
 }
 
 bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved)
@@ -257,12 +237,13 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     open_entry* const entry = find_open(file);
     const int64_t offset = entry == nullptr ? -1 : entry->position;
     const bool possible = entry != nullptr && entry->may_write && offset + bytes <= disk_bytes;
-    if (!possible) return end(call::write, file, offset, bytes, false);
+    if (!possible) return end(call::write, offset, bytes, false);
 
     moved = granted(met, bytes);
-    if (moved > 0) change(*entry->file, entry->position, {static_cast<const char*>(buffer), moved});
+    if (moved > 0)
+        put_bytes(entry->file->content, entry->position, {static_cast<const char*>(buffer), moved});
     entry->position += static_cast<int32_t>(moved);
-    return end(call::write, file, offset, bytes, !is_error(met));
+    return end(call::write, offset, bytes, !is_error(met));
 }
 
 uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
@@ -270,12 +251,10 @@ uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
     const bool fails = begin(call::position).has_value();
     open_entry* const entry = find_open(file);
     int64_t place = entry != nullptr && from == origin::current ? entry->position : 0;
-    if (entry != nullptr && from == origin::end) {
-        place = static_cast<int64_t>(entry->file->content.size());
-    }
+    if (entry != nullptr && from == origin::end) place = size_of(*entry);
     place += distance;
     const bool possible = entry != nullptr && place >= 0 && place <= max_file_bytes;
-    if (!end(call::position, file, place, 0, possible && !fails)) return invalid_position;
+    if (!end(call::position, place, 0, possible && !fails)) return invalid_position;
     entry->position = static_cast<int32_t>(place);
     return static_cast<uint32_t>(place);
 }
@@ -293,7 +272,7 @@ bool LockFile(file_handle file, int32_t offset, int32_t length)
         });
         if (done) held.push_back({file, offset, stop});
     }
-    return end(call::lock, file, offset, length, done);
+    return end(call::lock, offset, length, done);
 }
 
 bool UnlockFile(file_handle file, int32_t offset, int32_t length)
@@ -305,17 +284,16 @@ bool UnlockFile(file_handle file, int32_t offset, int32_t length)
                       std::erase_if(entry->file->held, [&](const held_bytes& held) {
                           return held.owner == file && held.offset == offset && held.end == stop;
                       }) > 0;
-    return end(call::unlock, file, offset, length, done);
+    return end(call::unlock, offset, length, done);
 }
 
 bool FlushFileBuffers(file_handle file)
 {
     const bool fails = begin(call::flush).has_value();
     open_entry* const entry = find_open(file);
-    if (entry == nullptr) return end(call::flush, file, 0, 0, false);
+    if (entry == nullptr) return end(call::flush, 0, 0, false);
     if (fails) entry->flush_failed = true;
-    if (!entry->flush_failed) make_stable(*entry->file);
-    return end(call::flush, file, 0, 0, !entry->flush_failed);
+    return end(call::flush, 0, 0, !entry->flush_failed);
 }
 
 bool ZeroFileRange(file_handle file, int32_t offset, int32_t length)
@@ -323,11 +301,11 @@ bool ZeroFileRange(file_handle file, int32_t offset, int32_t length)
     const bool fails = begin(call::zero).has_value();
     open_entry* const entry = find_open(file);
     const bool possible = !fails && entry != nullptr && entry->may_write && offset >= 0 &&
-                          length >= 0 &&
-                          int64_t{offset} + length <=
-                              static_cast<int64_t>(entry->file->content.size());
-    if (possible) change(*entry->file, offset, std::string(static_cast<size_t>(length), '\0'));
-    return end(call::zero, file, offset, length, possible);
+                          length >= 0 && int64_t{offset} + length <= size_of(*entry);
+    if (possible)
+        entry->file->content.replace(static_cast<size_t>(offset), static_cast<size_t>(length),
+                                     static_cast<size_t>(length), '\0');
+    return end(call::zero, offset, length, possible);
 }
 
 uint32_t GetLastError() { return world.last_error; }
@@ -337,7 +315,7 @@ void* LocalAlloc(size_t bytes)
     const bool fails = begin(call::allocate).has_value();
     void* const block = fails ? nullptr : std::calloc(1, bytes);
     if (block != nullptr) world.blocks.insert(block);
-    end(call::allocate, no_file, 0, static_cast<int64_t>(bytes), block != nullptr);
+    end(call::allocate, 0, static_cast<int64_t>(bytes), block != nullptr);
     return block;
 }
 
@@ -404,9 +382,6 @@ void set_bytes(const std::string& name, const std::string& content)
     std::shared_ptr<file_body>& file = world.files[name];
     if (!file) file = std::make_shared<file_body>();
     file->content = content;
-    file->stable = content;
-    file->unstable.clear();
-    file->name_is_stable = true;
 }
 
 void forbid_writing(const std::string& name) { world.files.at(name)->may_be_written = false; }
@@ -415,17 +390,9 @@ void start_recording()
 {
     world.recording = true;
     world.log.clear();
-    for (const auto& [name, file] : world.files) set_bytes(name, std::string(file->content));
 }
 
 const std::vector<logged>& log() { return world.log; }
-bool name_is_stable(const std::string& name) { return world.files.at(name)->name_is_stable; }
-std::string stable_bytes(const std::string& name) { return world.files.at(name)->stable; }
-
-const std::vector<written>& unstable_writes(const std::string& name)
-{
-    return world.files.at(name)->unstable;
-}
 
 void end_process()
 {

@@ -39,16 +39,15 @@ inline constexpr kinds any_kind = (1U << call_kinds) - 1;
 inline constexpr kinds transfers = only(call::read) | only(call::write);
 
 // error: the call fails and does nothing, except that a failed close still closes and a failed
-// flush is remembered. The others concern reads and writes alone: half of the bytes move, or all
-// but `bytes` of them, and the call succeeds; or half of them move and it fails.
-enum class failure : uint8_t { error, short_half, short_bytes, error_half };
+// flush is remembered. one_byte_short concerns reads and writes alone: all bytes but the last move,
+// and the call succeeds.
+enum class failure : uint8_t { error, one_byte_short };
 
 struct fault {
     uint64_t at = 1;        // the first call to fail, counted from now on; 1 is the next one
     bool for_good = false;  // that call alone, or it and all calls after it
     kinds where = any_kind; // only calls of these kinds count and fail
     failure how = failure::error;
-    uint32_t bytes = 1;
 };
 
 void reset();
@@ -78,27 +77,15 @@ std::string bytes(const std::string& name);
 void set_bytes(const std::string& name, const std::string& content);
 void forbid_writing(const std::string& name);
 
-// What recording keeps, from start_recording on: a log of all calls, and for each file the writes
-// since its last flush, in their order, with the content that this flush made stable. Of a file
-// created since, not even the name is stable before its first flush.
+// What recording keeps, from start_recording on.
 struct logged {
     call kind;
-    platform::file_handle file;
     int64_t offset;
     int64_t length;
-    bool done;
-};
-
-struct written {
-    int32_t offset;
-    std::string bytes;
 };
 
 void start_recording();
 const std::vector<logged>& log();
-bool name_is_stable(const std::string& name);
-std::string stable_bytes(const std::string& name);
-const std::vector<written>& unstable_writes(const std::string& name);
 
 // What a kill does: every handle is gone, with its locks, and every block is given back.
 void end_process();

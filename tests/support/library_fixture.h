@@ -15,6 +15,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 namespace tarsil::support {
 
@@ -40,6 +41,13 @@ protected:
         sim::reset();
         std::memset(static_cast<void*>(data_slots), 0, sizeof data_slots);
         ASSERT_EQ(tsinit32(), TS_STARTED);
+    }
+
+    static void start_over(mode wanted)
+    {
+        finish();
+        begin();
+        switch_to(wanted);
     }
 
     static void finish()
@@ -90,7 +98,24 @@ protected:
         EXPECT_TRUE(done);
     }
 
+    // The same in every mode, to which it switches before `prepare`.
+    static void sweep_all_modes(const std::function<void()>& prepare,
+                                const std::function<int32_t()>& operation,
+                                const std::function<void(int32_t)>& check, int32_t success = TS_OK,
+                                std::initializer_list<sim::kinds> all_kinds = each_apart)
+    {
+        for (const mode wanted : all_modes) {
+            for (const sim::kinds kinds : all_kinds) {
+                SCOPED_TRACE(testing::Message() << "mode " << static_cast<int>(wanted));
+                const auto prepare_mode = [&] { switch_to(wanted), prepare(); };
+                sweep(prepare_mode, operation, check, success, kinds);
+            }
+        }
+    }
+
     static constexpr sim::kinds all_but_position = sim::any_kind & ~sim::only(sim::call::position);
+    static constexpr std::initializer_list<sim::kinds> each_apart = {
+        all_but_position, sim::only(sim::call::position)};
 
     static void release_ranges()
     {
@@ -114,6 +139,12 @@ inline std::string i32(int32_t value)
     return bytes;
 }
 
+// Puts a number into a copy of a file.
+inline std::string with(std::string file, size_t offset, int32_t value)
+{
+    return file.replace(offset, 4, i32(value));
+}
+
 inline std::string frame(const std::string& body, char mark = ' ')
 {
     return std::string{mark, 0, 0, 0} + i32(static_cast<int32_t>(body.size())) + body;
@@ -125,6 +156,28 @@ inline std::string data_file(int32_t records, int32_t deleted, int32_t record_le
 {
     return "*TSD" + i32(records) + i32(deleted) + i32(record_length) + i32(end_offset) + i32(0) +
            i32(0) + frames;
+}
+
+// A key; the library itself knows the lengths of all fields but strings.
+struct key_part {
+    char type;
+    int32_t length = 0;
+    int32_t offset = 0;
+};
+
+inline key_definition define_key(uint32_t order, const std::vector<key_part>& parts,
+                                 char cursor = 'y')
+{
+    key_definition made = {};
+    made.cursor = cursor;
+    made.order = order;
+    made.field_count = static_cast<int32_t>(parts.size());
+    for (size_t i = 0; i < parts.size(); ++i) {
+        made.types[i] = parts[i].type;
+        made.lengths[i] = parts[i].length;
+        made.offsets[i] = parts[i].offset;
+    }
+    return made;
 }
 
 } // namespace tarsil::support

@@ -102,97 +102,58 @@ TEST_F(Records, WhatReadsSayInAFileWithoutRecords)
     }
 }
 
-// Starting from record 2 of three, the second of which is deleted.
-TEST_F(Records, WhatReadsDeliverAndWhereTheyLeaveTheCurrentRecord)
+TEST_F(Records, OnlyASmallDMarksADeletedRecordAndNoOtherIsSkipped)
 {
-    struct row {
-        int32_t which;
-        const char* body;
-        int32_t deleted, now;
-    };
-    const row rows[] = {
-        {first, "aaaa", 0, 1},       {last, "cccc", 0, 3},        {next, "cccc", 0, 3},
-        {previous, "aaaa", 0, 1},    {current, "bbbb", 1, 2},     {frame_only, "....", 1, 2},
-        {by_number_1, "aaaa", 0, 1}, {by_number_2, "bbbb", 1, 2}, {by_number_3, "cccc", 0, 3}};
-    for (const mode wanted : all_modes) {
-        for (const int32_t record_length : {4, -1}) {
-            begin();
-            switch_to(wanted);
-            const std::string records = frame("aaaa", '?') + frame("bbbb", 'd') +
-                                        frame("cccc", 'D');
-            sim::set_bytes("d", data_file(3, 1, record_length, 64, records));
-            ASSERT_EQ(tsopend32("d"), 0);
-            for (const row& r : rows) {
-                SCOPED_TRACE(std::to_string(r.which) + " of length " +
-                             std::to_string(record_length));
-                ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
-                const outcome got = do_read(r.which, 4);
-                if (record_length < 0 && (r.which == last || r.which == previous)) {
-                    EXPECT_EQ(got.code, TS_NEEDS_FIXED_LENGTH);
-                    continue;
-                }
-                EXPECT_EQ(got.code, TS_OK);
-                EXPECT_EQ(got.body, r.body);
-                EXPECT_EQ(got.deleted, r.deleted);
-                EXPECT_EQ(data_slots[0].current_record, r.now);
-                EXPECT_EQ(data_slots[0].current_offset, 28 + 12 * (r.now - 1));
-            }
-            EXPECT_EQ(do_read(by_number_3, 4).code, TS_OK);
-            EXPECT_EQ(do_read(next, 4).code, TS_NEXT_RECORD_AT_END);
-            EXPECT_EQ(tsgetd32(0, 4, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
-            EXPECT_EQ(tsgetd32(0, 0, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
-            EXPECT_EQ(tsgetd32(0, -1, nullptr, nullptr), TS_BAD_RECORD_NUMBER);
-            EXPECT_EQ(data_slots[0].current_record, 3);
-            finish();
+    for (const int32_t record_length : {4, -1}) {
+        const std::string records = frame("aaaa", '?') + frame("bbbb", 'd') + frame("cccc", 'D');
+        sim::set_bytes("d", data_file(3, 1, record_length, 64, records));
+        ASSERT_EQ(tsopend32("d"), 0);
+        for (const auto& [which, body, deleted] : {std::tuple{first, "aaaa", 0},
+                                                   {next, "bbbb", 1},
+                                                   {current, "bbbb", 1},
+                                                   {frame_only, "....", 1},
+                                                   {next, "cccc", 0},
+                                                   {by_number_1, "aaaa", 0}}) {
+            const outcome got = do_read(which, 4);
+            EXPECT_EQ(got.code, TS_OK);
+            EXPECT_EQ(got.body, body);
+            EXPECT_EQ(got.deleted, deleted);
         }
+        ASSERT_EQ(tsclosed32(0), TS_OK);
     }
-    begin();
 }
 
 // Only the first read and the step back have moved when the body can't be read.
 TEST_F(Records, WhereAFailedReadLeavesTheCurrentRecord)
 {
-    struct row {
+    const struct {
         int32_t which, now;
-    };
-    const row rows[] = {{first, 1},   {last, 2},       {next, 2},       {previous, 1},
-                        {current, 2}, {frame_only, 2}, {by_number_1, 2}};
+    } rows[] = {{first, 1},   {last, 2},       {next, 2},       {previous, 1},
+                {current, 2}, {frame_only, 2}, {by_number_1, 2}};
     sim::set_bytes("d", data_file(3, 0, 4, 64, frame("aaaa") + frame("bbbb") + frame("cccc")));
-    for (const row& r : rows) {
-        for (uint64_t failing = 1;; ++failing) {
+    ASSERT_EQ(tsopend32("d"), 0);
+    for (const auto& r : rows) {
+        for (const uint64_t failing : {1U, 2U}) {
+            if (r.which == frame_only && failing == 2) continue;
             SCOPED_TRACE(std::to_string(r.which) + ", failing read " + std::to_string(failing));
-            ASSERT_EQ(data_slots[0].status == slot_free ? tsopend32("d") : 0, 0);
             ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
             sim::plan({.at = failing,
                        .where = sim::only(sim::call::read),
-                       .how = sim::failure::short_bytes});
-            const uint64_t before = sim::faults_met();
+                       .how = sim::failure::one_byte_short});
             const int32_t code = do_read(r.which, 4).code;
-            const bool failed = sim::faults_met() > before;
-            sim::clear_fault();
-            if (!failed) break;
             EXPECT_TRUE(code == TS_FRAME_READ_SHORT || code == TS_BODY_READ_SHORT) << code;
             EXPECT_EQ(data_slots[0].current_record, r.now);
         }
     }
 }
 
-TEST_F(Records, CallsOfThePlatform)
+TEST_F(Records, WriteThroughFlushesFrameBodyAndHeader)
 {
+    ASSERT_EQ(tsautoup32('y'), TS_OK);
     ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
     sim::count_afresh();
     ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
-    EXPECT_LE(sim::calls(sim::call::write), 2U);
-    EXPECT_EQ(sim::calls() - sim::calls(sim::call::position), sim::calls(sim::call::write));
-    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
-    sim::count_afresh();
-    ASSERT_EQ(do_read(by_number_2, 4).code, TS_OK);
-    EXPECT_EQ(sim::calls(sim::call::read), 2U);
-    EXPECT_EQ(sim::calls() - sim::calls(sim::call::position), 2U);
-    ASSERT_EQ(tsautoup32('y'), TS_OK);
-    sim::count_afresh();
-    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
-    EXPECT_EQ(sim::calls(sim::call::flush), 3U); // frame, body, header
+    EXPECT_EQ(sim::calls(sim::call::flush), 3U);
 }
 
 // Every read of a damaged file comes back, with no byte beyond the room that the header tells.
@@ -211,42 +172,28 @@ TEST_F(Records, HostileHeadersAndFrames)
                                             frame("aaaa") + frame("bbbb", 'd') + frame("cccc"));
         for (const size_t place : {4U, 8U, 12U, 16U, 20U, 24U, 32U, 44U, 56U}) {
             for (const int32_t value : values) {
-                for (const mode wanted : {mode::single, mode::shared}) {
-                    SCOPED_TRACE(std::to_string(place) + ": " + std::to_string(value));
-                    begin();
-                    switch_to(wanted);
-                    tsdelow32('y');
-                    std::string bytes = sound;
-                    bytes.replace(place, 4, i32(value));
-                    sim::set_bytes("d", bytes);
-                    const int32_t told = load_i32(bytes.data() + 12);
-                    // A body is never longer than a sound header tells, nor than the file.
-                    const int32_t opened = tsopend32("d");
-                    if (opened == 0)
-                        read_everything(told > 0 && told < 64 ? static_cast<size_t>(told) : 64);
-                    if (place == 32 && value < 1) {
-                        EXPECT_EQ(opened < 0 ? opened : do_read(first, 4).code, TS_BODY_READ_SHORT);
-                    }
-                    EXPECT_EQ(sim::bytes("d"), bytes);
-                    finish();
+                SCOPED_TRACE(std::to_string(place) + ": " + std::to_string(value));
+                start_over(value % 2 == 0 ? mode::single : mode::shared);
+                tsdelow32('y');
+                const std::string bytes = with(sound, place, value);
+                sim::set_bytes("d", bytes);
+                // A body is never longer than a sound header tells, nor than the file.
+                const int32_t told = load_i32(bytes.data() + 12);
+                const int32_t opened = tsopend32("d");
+                if (opened == 0)
+                    read_everything(told > 0 && told < 64 ? static_cast<size_t>(told) : 64);
+                if (place == 32 && value < 1) {
+                    EXPECT_EQ(opened < 0 ? opened : do_read(first, 4).code, TS_BODY_READ_SHORT);
                 }
+                EXPECT_EQ(sim::bytes("d"), bytes);
             }
         }
-    }
-    begin();
-}
-
-TEST_F(Records, FilesCutAtEveryLength)
-{
-    for (const int32_t record_length : {4, -1}) {
-        const std::string sound = data_file(3, 1, record_length, 64,
-                                            frame("aaaa") + frame("bbbb", 'd') + frame("cccc"));
         for (size_t size = 28; size < sound.size(); ++size) {
+            start_over(mode::single);
             sim::set_bytes("d", sound.substr(0, size));
             ASSERT_EQ(tsopend32("d"), 0);
             EXPECT_LT(do_read(by_number_3, 4).code, 0);
             read_everything(4);
-            ASSERT_EQ(tsclosed32(0), TS_OK);
         }
     }
 }
@@ -256,32 +203,23 @@ TEST_F(Records, FilesCutAtEveryLength)
 // reported as failed.
 TEST_F(Records, AFailedAppendNeverCountsARecordThatIsNotThere)
 {
-    for (const mode wanted : all_modes) {
-        SCOPED_TRACE(static_cast<int>(wanted));
-        const auto prepare = [wanted] {
-            switch_to(wanted);
-            ASSERT_EQ(tscrdata32("d", -1, 0, nullptr), 0);
-            ASSERT_EQ(tsadd32(0, "one", 3, 'n'), TS_OK);
-        };
-        const auto check = [](int32_t code) {
-            if (is_shared()) { EXPECT_GE(tsulalld32(0), 0); }
-            tsautoup32('n'); // a flush that failed once fails for good
-            const int32_t counted = data_slots[0].header.record_count;
-            ASSERT_EQ(tsadd32(0, "three", 5, 'n'), TS_OK);
-            ASSERT_EQ(tsclosed32(0), TS_OK);
-            const std::string with = data_file(3, 0, -1, 64,
-                                               frame("one") + frame("two2") + frame("three"));
-            const std::string without = data_file(2, 0, -1, 52, frame("one") + frame("three"));
-            const std::string bytes = sim::bytes("d");
-            if (code == TS_OK) { EXPECT_EQ(bytes, with); }
-            if (code != TS_OK) {
-                EXPECT_TRUE(bytes == with || bytes.substr(0, without.size()) == without) << counted;
-            }
-        };
-        const auto operation = [] { return tsadd32(0, "two2", 4, 'n'); };
-        sweep(prepare, operation, check);
-        sweep(prepare, operation, check, TS_OK, sim::only(sim::call::position));
-    }
+    const auto prepare = [] {
+        ASSERT_EQ(tscrdata32("d", -1, 0, nullptr), 0);
+        ASSERT_EQ(tsadd32(0, "one", 3, 'n'), TS_OK);
+    };
+    const auto check = [](int32_t code) {
+        if (is_shared()) { EXPECT_GE(tsulalld32(0), 0); }
+        tsautoup32('n'); // a flush that failed once fails for good
+        ASSERT_EQ(tsadd32(0, "three", 5, 'n'), TS_OK);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+        const std::string bytes = sim::bytes("d");
+        const bool has_both = bytes == data_file(3, 0, -1, 64,
+                                                 frame("one") + frame("two2") + frame("three"));
+        const std::string without = data_file(2, 0, -1, 52, frame("one") + frame("three"));
+        EXPECT_TRUE(has_both || (code != TS_OK && bytes.substr(0, without.size()) == without));
+    };
+    sweep_all_modes(
+        prepare, [] { return tsadd32(0, "two2", 4, 'n'); }, check);
 }
 
 } // namespace
