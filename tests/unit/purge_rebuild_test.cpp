@@ -1,5 +1,4 @@
-// Taking deleted records out of a file, making a header from the records, and the two together
-// after a kill.
+// Taking deleted records out of a file, and making a header from the records.
 #include "index/slots.h"
 #include "tests/support/library_fixture.h"
 
@@ -13,7 +12,7 @@ namespace {
 struct Purge : Library {
     // A file with a record for each body, those with a capital first letter deleted, and an index
     // over the first 4 bytes.
-    static void make(const std::vector<std::string>& bodies, int32_t record_length, bool indexed)
+    static void make(const std::vector<std::string>& bodies, int32_t record_length)
     {
         ASSERT_EQ(tscrdata32("d", record_length, 0, nullptr), 0);
         for (const std::string& body : bodies)
@@ -21,17 +20,9 @@ struct Purge : Library {
         for (size_t i = 0; i < bodies.size(); ++i) {
             if (bodies[i][0] < 'a') { ASSERT_EQ(tsdeld32(0, static_cast<int32_t>(i) + 1), TS_OK); }
         }
-        key_definition definition = {};
-        definition.cursor = 'y';
-        definition.order = 2;
-        definition.field_count = 1;
-        definition.types[0] = 's';
-        definition.lengths[0] = 4;
+        key_definition key = define_key(2, {{'s', 4, 0}});
         char body[16];
-        if (indexed) {
-            ASSERT_GE(tscrindd32(0, "i", 1, &definition, body),
-                      bodies.empty() ? TS_FIRST_RECORD_NONE : 0);
-        }
+        ASSERT_EQ(tscrindd32(0, "i", 1, &key, body), 0);
     }
 
     static void reopen()
@@ -46,6 +37,13 @@ struct Purge : Library {
     {
         char buffer[16];
         return tspurge32(0, buffer, &removed);
+    }
+
+    static int32_t rebuild(const std::string& bytes)
+    {
+        sim::set_bytes("d", bytes);
+        std::vector<char> buffer(bytes.size());
+        return tsrbdbh32("d", buffer.data());
     }
 
     // The records as the key leads to them, each by its whole body.
@@ -65,12 +63,11 @@ struct Purge : Library {
 
 TEST_F(Purge, WhatStaysAndWhatGoes)
 {
-    struct row {
+    // What is left, in the order of the file, which is that of the key too.
+    const struct {
         int32_t record_length;
-        std::vector<std::string> bodies,
-            left; // left in the order of the file, which is that of the key too
-    };
-    const row rows[] = {
+        std::vector<std::string> bodies, left;
+    } rows[] = {
         {5, {"aaaa1", "BBBB2", "cccc3", "DDDD4", "eeee5"}, {"aaaa1", "cccc3", "eeee5"}},
         {5, {"aaaa1", "bbbb2", "CCCC3"}, {"aaaa1", "bbbb2"}},
         {5, {"AAAA1", "bbbb2", "bbbb2"}, {"bbbb2", "bbbb2"}},
@@ -79,12 +76,10 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
         {-1, {"AAAA1", "bbbb", "CCCCCC3", "dddddd4", "EEEE"}, {"bbbb", "dddddd4"}},
     };
     for (const mode wanted : all_modes) {
-        for (const row& r : rows) {
-            SCOPED_TRACE(r.bodies[0] + std::to_string(r.record_length) + " mode " +
-                         std::to_string(static_cast<int>(wanted)));
-            begin();
-            switch_to(wanted);
-            make(r.bodies, r.record_length, true);
+        for (const auto& r : rows) {
+            SCOPED_TRACE(r.bodies[0] + " mode " + std::to_string(static_cast<int>(wanted)));
+            start_over(wanted);
+            make(r.bodies, r.record_length);
             const size_t size = sim::bytes("d").size();
             std::string records;
             for (const std::string& body : r.left) records += frame(body);
@@ -104,29 +99,14 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
             EXPECT_EQ(purge(removed), TS_PURGE_NOTHING_DELETED);
 
             reopen();
-            const std::string clear(size - static_cast<size_t>(end),
-                                    0); // the length of the file stays
+            // The length of the file stays.
+            const std::string clear(size - static_cast<size_t>(end), 0);
             EXPECT_EQ(sim::bytes("d"), data_file(count, 0, r.record_length, end, records) + clear);
             EXPECT_EQ(walk_key(), r.left);
             EXPECT_EQ(tsadd32(0, "zzzz9", 5, 'n'), TS_OK);
-            EXPECT_EQ(sim::bytes("d").substr(static_cast<size_t>(end), 13), frame("zzzz9"));
             EXPECT_EQ(walk_key().size(), r.left.size() + 1);
-            finish();
         }
     }
-    begin();
-}
-
-TEST_F(Purge, NothingDeletedChangesNothing)
-{
-    make({"aaaa1"}, 5, true);
-    const std::string data = sim::bytes("d");
-    const std::string index = sim::bytes("i");
-    int32_t removed = -7;
-    EXPECT_EQ(purge(removed), TS_PURGE_NOTHING_DELETED);
-    EXPECT_EQ(removed, -7);
-    EXPECT_EQ(tspurge32(1, nullptr, &removed), TS_DATA_NOT_OPEN);
-    EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), data + index);
 }
 
 // A failure before the walk leaves all as it was and holds nothing; one behind it keeps every
@@ -134,30 +114,26 @@ TEST_F(Purge, NothingDeletedChangesNothing)
 TEST_F(Purge, AFailureAtAnyCall)
 {
     std::string before;
-    for (const mode wanted : all_modes) {
-        SCOPED_TRACE(static_cast<int>(wanted));
-        const auto prepare = [&before, wanted] {
-            switch_to(wanted);
-            make({"aaaa1", "BBBB2", "cccc3", "dddd4", "eeee5", "ffff6"}, 5, true);
-            before = sim::bytes("d") + sim::bytes("i");
-        };
-        const auto operation = [] {
-            int32_t removed = 0;
-            return purge(removed);
-        };
-        const auto check = [&before](int32_t code) {
-            EXPECT_EQ(index_of(0, 0).node_area_is_new, no);
-            if (code == TS_OK) {
-                EXPECT_LE(sim::held_ranges(), 1U); // of a release that failed silently
-            }
-            if (sim::held_ranges() == 0 && is_shared() && code == TS_LOCK_REFUSED) {
-                EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), before);
-            }
-            release_ranges();
-            tsautoup32('n');
-        };
-        sweep(prepare, operation, check, TS_OK, sim::any_kind);
-    }
+    const auto prepare = [&before] {
+        make({"aaaa1", "BBBB2", "cccc3", "dddd4", "eeee5", "ffff6"}, 5);
+        before = sim::bytes("d") + sim::bytes("i");
+    };
+    const auto operation = [] {
+        int32_t removed = 0;
+        return purge(removed);
+    };
+    const auto check = [&before](int32_t code) {
+        EXPECT_EQ(index_of(0, 0).node_area_is_new, no);
+        if (code == TS_OK) {
+            EXPECT_LE(sim::held_ranges(), 1U); // of a release that failed silently
+        }
+        if (sim::held_ranges() == 0 && is_shared() && code == TS_LOCK_REFUSED) {
+            EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), before);
+        }
+        release_ranges();
+        tsautoup32('n');
+    };
+    sweep_all_modes(prepare, operation, check, TS_OK, {sim::any_kind});
 }
 
 TEST_F(Purge, WhichBracketsStay)
@@ -182,9 +158,8 @@ TEST_F(Purge, WhichBracketsStay)
     int32_t ends_not_reached = 0;
     for (const row& r : rows) {
         SCOPED_TRACE(std::to_string(r.code) + " at " + std::to_string(r.at));
-        begin();
-        switch_to(mode::shared);
-        make({"aaaa1", "BBBB2", "cccc3"}, 5, true);
+        start_over(mode::shared);
+        make({"aaaa1", "BBBB2", "cccc3"}, 5);
         const bool lasting = r.failing == sim::call::lock; // one refusal would be passed over
         sim::plan({.at = r.at, .for_good = lasting, .where = sim::only(r.failing)});
         int32_t removed = 0;
@@ -200,10 +175,8 @@ TEST_F(Purge, WhichBracketsStay)
             EXPECT_EQ(tsulalli32(0, 0), r.held_index);
         }
         release_ranges();
-        finish();
     }
     EXPECT_EQ(ends_not_reached, 1);
-    begin();
 }
 
 TEST_F(Purge, DamagedFilesAreRefused)
@@ -220,9 +193,7 @@ TEST_F(Purge, DamagedFilesAreRefused)
     for (const int32_t length : {INT32_MIN, -1, 0, 3, 5, INT32_MAX}) {
         for (const size_t place : {4U, 16U, 28U}) {
             SCOPED_TRACE(length);
-            std::string records = sound;
-            records.replace(place, 4, i32(length));
-            expect_refused(data_file(3, 1, 4, 64, records), TS_BODY_READ_SHORT);
+            expect_refused(data_file(3, 1, 4, 64, with(sound, place, length)), TS_BODY_READ_SHORT);
         }
     }
     expect_refused(data_file(4, 1, 4, 64, frame("aaaa") + frame("bbbb") + frame("cccc")),
@@ -246,108 +217,69 @@ TEST_F(Purge, HeadersMadeFromRecords)
     const std::string two = frame("aaaa") + frame("bbbb", 'd');
     const std::string mixed = two + frame("ccccc");
     const std::string cut = data_file(0, 0, 4, 28, two);
-    struct row {
+    const struct {
         std::string bytes;
-        int32_t code, records, deleted, record_length, end;
-    };
-    std::vector<row> rows = {
-        {data_file(9, 9, 4, 99, two), 0, 2, 1, 4, 52},
-        {data_file(-1, -1, 7, INT32_MIN, two), 0, 2, 1, 4, 52},
-        {data_file(0, 0, 0, 0, two), 0, 2, 1, 4, 52},
-        {data_file(0, 0, -1, 0, two), 0, 2, 1, -1, 52},
-        {data_file(0, 0, 4, 0, mixed), 0, 3, 1, -1, 65},
-        {data_file(0, 0, INT32_MAX, 0), 0, 0, 0, INT32_MAX, 28},
-        {data_file(5, 5, -1, 0), 0, 0, 0, -1, 28},
-        {data_file(5, 5, -2, 0), 0, 0, 0, -1, 28},
-        {data_file(5, 5, 0, 0), 0, 0, 0, -1, 28},
+        int32_t records, deleted, record_length, end;
+    } made[] = {
+        {data_file(9, 9, 4, 99, two), 2, 1, 4, 52},
+        {data_file(-1, -1, 7, INT32_MIN, two), 2, 1, 4, 52},
+        {data_file(0, 0, -1, 0, two), 2, 1, -1, 52},
+        {data_file(0, 0, 4, 0, mixed), 3, 1, -1, 65},
+        {data_file(0, 0, INT32_MAX, 0), 0, 0, INT32_MAX, 28},
+        {data_file(5, 5, -1, 0), 0, 0, -1, 28},
+        {data_file(5, 5, -2, 0), 0, 0, -1, 28},
         // What a purge leaves behind the records ends the scan, however short it has become.
-        {data_file(0, 0, 4, 0, two + std::string(9000, 0)), 0, 2, 1, 4, 52},
-        {data_file(0, 0, 4, 0, two + std::string(8, 0)), 0, 2, 1, 4, 52},
-        {data_file(0, 0, 4, 0, two + std::string(1, 0)), 0, 2, 1, 4, 52},
-        {data_file(0, 0, 4, 0, two + std::string(9000, 0) + "x"), TS_BODY_READ_SHORT, 0, 0, 0, 0},
-        {data_file(0, 0, 4, 0, two + std::string(5, 0) + "x"), TS_FRAME_READ_SHORT, 0, 0, 0, 0},
-        {data_file(0, 0, 4, 0, two + " " + std::string(20, 0)), TS_BODY_READ_SHORT, 0, 0, 0, 0},
-        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(-1)), TS_BODY_READ_SHORT, 0, 0, 0, 0},
-        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(INT32_MAX)), TS_BODY_READ_SHORT, 0, 0,
-         0, 0},
-        {"*TSI" + two, TS_BAD_MAGIC, 0, 0, 0, 0},
-        {"*TSD", TS_HEADER_READ_SHORT, 0, 0, 0, 0},
+        {data_file(0, 0, 4, 0, two + std::string(9000, 0)), 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + std::string(8, 0)), 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + std::string(1, 0)), 2, 1, 4, 52},
     };
-    for (size_t size = 41; size < 48; ++size)
-        rows.push_back({cut.substr(0, size), TS_FRAME_READ_SHORT, 0, 0, 0, 0});
-    for (size_t size = 48; size < 52; ++size)
-        rows.push_back({cut.substr(0, size), TS_BODY_READ_SHORT, 0, 0, 0, 0});
+    std::vector<std::pair<std::string, int32_t>> refused = {
+        {data_file(0, 0, 4, 0, two + std::string(9000, 0) + "x"), TS_BODY_READ_SHORT},
+        {data_file(0, 0, 4, 0, two + std::string(5, 0) + "x"), TS_FRAME_READ_SHORT},
+        {data_file(0, 0, 4, 0, two + " " + std::string(20, 0)), TS_BODY_READ_SHORT},
+        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(-1)), TS_BODY_READ_SHORT},
+        {data_file(0, 0, 4, 0, two + std::string(4, 0) + i32(INT32_MAX)), TS_BODY_READ_SHORT},
+        {"*TSI" + two, TS_BAD_MAGIC},
+        {"*TSD", TS_HEADER_READ_SHORT},
+    };
+    for (size_t size = 41; size < 52; ++size)
+        refused.emplace_back(cut.substr(0, size),
+                             size < 48 ? TS_FRAME_READ_SHORT : TS_BODY_READ_SHORT);
     for (const int32_t field_bytes : {INT32_MIN, -8, -1, 25, INT32_MAX})
-        rows.push_back({std::string(cut).replace(20, 4, i32(field_bytes)), TS_FRAME_READ_POSITION,
-                        0, 0, 0, 0});
+        refused.emplace_back(with(cut, 20, field_bytes), TS_FRAME_READ_POSITION);
     for (const mode wanted : all_modes) {
-        int32_t number = 0;
-        for (const row& r : rows) {
-            SCOPED_TRACE("row " + std::to_string(number++) + " mode " +
-                         std::to_string(static_cast<int>(wanted)));
-            begin();
-            switch_to(wanted);
-            sim::set_bytes("d", r.bytes);
-            std::vector<char> buffer(r.bytes.size());
-            EXPECT_EQ(tsrbdbh32("d", buffer.data()), r.code);
-            if (r.code < 0) {
-                EXPECT_EQ(sim::bytes("d"), r.bytes);
-                EXPECT_EQ(data_slots[0].status, slot_spoilt);
-            } else {
-                EXPECT_EQ(data_slots[0].status,
-                          wanted == mode::write_through ? slot_clean : slot_dirty);
-                EXPECT_EQ(data_slots[0].current_offset, 28);
-                ASSERT_EQ(tsclosed32(0), TS_OK);
-                EXPECT_EQ(sim::bytes("d").substr(0, 28),
-                          data_file(r.records, r.deleted, r.record_length, r.end));
-                EXPECT_EQ(sim::bytes("d").substr(28), r.bytes.substr(28));
-            }
-            finish();
+        for (const auto& r : made) {
+            SCOPED_TRACE(testing::PrintToString(r.bytes.substr(0, 60)));
+            start_over(wanted);
+            ASSERT_EQ(rebuild(r.bytes), TS_OK);
+            EXPECT_EQ(data_slots[0].status,
+                      wanted == mode::write_through ? slot_clean : slot_dirty);
+            EXPECT_EQ(data_slots[0].current_offset, 28);
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+            EXPECT_EQ(sim::bytes("d"),
+                      data_file(r.records, r.deleted, r.record_length, r.end) + r.bytes.substr(28));
+        }
+        for (const auto& [bytes, code] : refused) {
+            SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 60)));
+            start_over(wanted);
+            EXPECT_EQ(rebuild(bytes), code);
+            EXPECT_EQ(sim::bytes("d"), bytes);
+            EXPECT_EQ(data_slots[0].status, slot_spoilt);
         }
     }
-    begin();
 }
 
 TEST_F(Purge, AFailedRebuildWritesNothingButTheHeader)
 {
     const std::string bytes = data_file(0, 0, 4, 28, frame("aaaa") + frame("bbbb", 'd'));
-    for (const mode wanted : all_modes) {
-        const auto prepare = [&bytes, wanted] {
-            switch_to(wanted);
-            sim::set_bytes("d", bytes);
-        };
-        const auto operation = [] {
-            char buffer[52];
-            return tsrbdbh32("d", buffer);
-        };
-        const auto check = [&bytes](int32_t code) {
-            EXPECT_EQ(sim::bytes("d").substr(28), bytes.substr(28));
-            EXPECT_EQ(sim::open_handles(), code < 0 ? 0U : 1U);
-            if (code < 0) {
-                EXPECT_TRUE(data_slots[0].status == slot_free ||
-                            data_slots[0].status == slot_spoilt);
-            }
-        };
-        sweep(prepare, operation, check, 0);
-        sweep(prepare, operation, check, 0, sim::only(sim::call::position));
-    }
-}
-
-// A process ends between a purge and the close that would have written the header.
-TEST_F(Purge, ARebuildFindsWhatAPurgeLeftEvenWithoutItsHeader)
-{
-    make({"aaaa1", "BBBB2", "cccc3", "DDDD4"}, 5, false);
-    ASSERT_EQ(tsclosed32(0), TS_OK);
-    ASSERT_EQ(tsopend32("d"), 0);
-    int32_t removed = 0;
-    ASSERT_EQ(purge(removed), TS_OK);
-    sim::end_process();
-    ASSERT_EQ(tsinit32(), TS_STARTED);
-    char buffer[80];
-    ASSERT_EQ(tsrbdbh32("d", buffer), 0);
-    EXPECT_EQ(data_slots[0].header.record_count, 2);
-    EXPECT_EQ(data_slots[0].header.deleted_count, 0);
-    EXPECT_EQ(data_slots[0].header.end_offset, 28 + 26);
+    const auto check = [&bytes](int32_t code) {
+        EXPECT_EQ(sim::bytes("d").substr(28), bytes.substr(28));
+        EXPECT_EQ(sim::open_handles(), code < 0 ? 0U : 1U);
+        if (code < 0) {
+            EXPECT_TRUE(data_slots[0].status == slot_free || data_slots[0].status == slot_spoilt);
+        }
+    };
+    sweep_all_modes([] {}, [&bytes] { return rebuild(bytes); }, check, 0);
 }
 
 } // namespace
