@@ -1,14 +1,15 @@
-// Positions carried between cursor and data file, the key report, and an index built over records
-// that are there already.
+// Positions carried between cursor and data file, where random operations (model_test.cpp) don't
+// come to; the key report; and an index built over records that are there already.
 #include "index/search.h"
 #include "tests/support/library_fixture.h"
 
 #include <gmock/gmock.h>
 
 using namespace tarsil;
-using support::all_modes;
+using support::define_key;
 using support::i32;
 using support::mode;
+using support::with;
 using testing::ElementsAre;
 
 namespace {
@@ -16,59 +17,23 @@ namespace {
 using Position = support::Library;
 
 // Records are a number and a text; key 0 has a cursor, key 1 has none, both over the number.
-void create_files(mode wanted, int32_t record_length, const std::vector<std::string>& records)
+void create_files(int32_t record_length, const std::vector<std::string>& records)
 {
-    support::switch_to(wanted);
     ASSERT_EQ(tscrdata32("d", record_length, 0, nullptr), 0);
     for (const std::string& each : records)
         ASSERT_EQ(tsadd32(0, each.data(), static_cast<int32_t>(each.size()), 'y'), TS_OK);
-    key_definition keys[2] = {};
-    keys[0] = {'y', {}, 2, 2, 0, {'l', 's'}, {0, 3}, {0, 4}};
-    keys[1] = {'n', {}, 10, 1, 0, {'l'}, {}, {}};
+    key_definition keys[] = {define_key(2, {{'l'}, {'s', 3, 4}}), define_key(10, {{'l'}}, 'n')};
     unsigned char buffer[64];
     ASSERT_EQ(tscrindd32(0, "i", 2, keys, buffer), 0);
 }
 
-// The numbers fall, so that key order is the reverse of file order. Some are shorter than the key.
+// Some are shorter than the key.
 const std::vector<std::string> records = {i32(9) + "first",       i32(7) + "2", i32(7) + "2",
                                           i32(3) + "number four", i32(1),       i32(0) + "abcdef"};
 
-TEST_F(Position, GoesFromTheCursorToTheCurrentRecordAndBack)
-{
-    for (const mode wanted : all_modes) {
-        finish();
-        begin();
-        create_files(wanted, TS_VARIABLE_LENGTH, records);
-        EXPECT_EQ(data_slots[0].current_record, 6);
-        unsigned char record[64];
-        unsigned char packed[16];
-        int32_t deleted = 0;
-        int32_t number = 0;
-        // Of the equal records 2 and 3 the later one comes first.
-        ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
-        for (int32_t expected = 6;; --expected) {
-            EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_OK);
-            EXPECT_EQ(number, expected);
-            EXPECT_EQ(data_slots[0].current_record, expected);
-            if (tsgetni32(0, 0, 0, record, &deleted) != TS_OK) break;
-        }
-        EXPECT_EQ(number, 1);
-        for (int32_t expected = 1; expected <= 6; ++expected) {
-            ASSERT_EQ(tsgetd32(0, expected, record, &deleted), TS_OK);
-            for (const int32_t key_number : {0, 1})
-                EXPECT_EQ(tsseti2d32(0, 0, key_number, record, packed, &number), TS_OK);
-            EXPECT_EQ(number, expected);
-            EXPECT_EQ(tsgetci32(0, 0, 1, record, &deleted), TS_CURSOR_NONE);
-            EXPECT_EQ(tsgetci32(0, 0, 0, record, &deleted), TS_OK);
-            EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_OK);
-            EXPECT_EQ(number, expected);
-        }
-    }
-}
-
 TEST_F(Position, DeliversThePackedKeyAndTellsAMissingEntry)
 {
-    create_files(mode::single, TS_VARIABLE_LENGTH, records);
+    create_files(TS_VARIABLE_LENGTH, records);
     unsigned char record[64];
     char packed[11];
     int32_t deleted = 0;
@@ -79,7 +44,7 @@ TEST_F(Position, DeliversThePackedKeyAndTellsAMissingEntry)
     EXPECT_EQ(std::string(packed, 11), i32(7) + std::string("2\0\0", 3) + i32(offset));
 
     // The record has another number now: nothing is found, and the cursor is given up.
-    sim::set_bytes("d", sim::bytes("d").replace(static_cast<size_t>(offset) + 8, 4, i32(8)));
+    sim::set_bytes("d", with(sim::bytes("d"), static_cast<size_t>(offset) + 8, 8));
     number = 0;
     EXPECT_EQ(tsseti2d32(0, 0, 0, record, packed, &number), 1);
     EXPECT_EQ(number, 2);
@@ -94,9 +59,8 @@ TEST_F(Position, DeliversThePackedKeyAndTellsAMissingEntry)
 TEST_F(Position, AnEntryThatNamesNoRecordEndsTheCountOfFrames)
 {
     for (const int32_t record_length : {TS_VARIABLE_LENGTH + 0, 12}) {
-        finish();
-        begin();
-        create_files(mode::single, record_length, {i32(1) + "aaaaaaaa", i32(2) + "bbbbbbbb"});
+        start_over(mode::single);
+        create_files(record_length, {i32(1) + "aaaaaaaa", i32(2) + "bbbbbbbb"});
         unsigned char record[64];
         int32_t deleted = 0;
         int32_t number = 0;
@@ -115,7 +79,8 @@ TEST_F(Position, AnEntryThatNamesNoRecordEndsTheCountOfFrames)
 
 TEST_F(Position, ReportsOrderNodeCursorAndFields)
 {
-    create_files(mode::shared, TS_VARIABLE_LENGTH, records);
+    support::switch_to(mode::shared);
+    create_files(TS_VARIABLE_LENGTH, records);
     int32_t order = 0;
     int32_t node_bytes = 0;
     char cursor = 0;
@@ -126,10 +91,10 @@ TEST_F(Position, ReportsOrderNodeCursorAndFields)
     EXPECT_THAT((std::vector{order, node_bytes, int32_t{cursor}, report.field_count}),
                 ElementsAre(2, 4 * (7 + 8 + 4) + 8, 'y', 2));
     EXPECT_EQ(std::string(report.types, 3), "lsx");
-    EXPECT_THAT((std::vector(report.lengths, report.lengths + 3)),
-                ElementsAre(4, 3, blank.lengths[2]));
-    EXPECT_THAT((std::vector(report.offsets, report.offsets + 3)),
-                ElementsAre(0, 4, blank.offsets[2]));
+    EXPECT_THAT((std::vector{report.lengths[0], report.lengths[1], report.offsets[0]}),
+                ElementsAre(4, 3, 0));
+    EXPECT_EQ(report.offsets[1], 4);
+    EXPECT_EQ(report.lengths[2], blank.lengths[2]);
     EXPECT_EQ(report.reserved, blank.reserved);
     ASSERT_EQ(tsstati32(0, 0, 1, &order, &node_bytes, &cursor, &report), TS_OK);
     EXPECT_THAT((std::vector{order, int32_t{cursor}}), ElementsAre(10, 'n'));
@@ -138,11 +103,12 @@ TEST_F(Position, ReportsOrderNodeCursorAndFields)
 TEST_F(Position, ABuildThatFailsTakesTheNewFileAway)
 {
     const auto prepare = [] {
-        create_files(mode::shared, TS_VARIABLE_LENGTH, records);
+        support::switch_to(mode::shared);
+        create_files(TS_VARIABLE_LENGTH, records);
         ASSERT_EQ(tsclosei32(0, 0), TS_OK);
     };
     const auto build = [] {
-        key_definition key = {'y', {}, 2, 1, 0, {'l'}, {}, {}};
+        key_definition key = define_key(2, {{'l'}});
         unsigned char buffer[64];
         return tscrindd32(0, "j", 1, &key, buffer);
     };

@@ -8,11 +8,9 @@
 #include "tests/support/library_fixture.h"
 
 #include <gmock/gmock.h>
-#include <random>
 #include <vector>
 
 using namespace tarsil;
-using support::i32;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
@@ -25,26 +23,24 @@ key_slot& slot() { return key_of(the_key); }
 // A new index with one key of one 'l' field.
 void create(uint32_t order, char cursor = 'y')
 {
-    key_definition definition = {};
-    definition.cursor = cursor;
-    definition.order = order;
-    definition.field_count = 1;
-    definition.types[0] = 'l';
+    key_definition key = support::define_key(order, {{'l'}}, cursor);
     ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
-    ASSERT_EQ(tscrind32(0, "i", 1, &definition), 0);
+    ASSERT_EQ(tscrind32(0, "i", 1, &key), 0);
+}
+
+record_image image_of(const int32_t& value)
+{
+    return {reinterpret_cast<const unsigned char*>(&value), 4};
 }
 
 int32_t insert(int32_t value, int32_t record)
 {
-    const std::string image = i32(value);
-    return tree_insert(the_key, {reinterpret_cast<const unsigned char*>(image.data()), 4}, record);
+    return tree_insert(the_key, image_of(value), record);
 }
 
 int32_t search(int32_t value, int32_t record, char mode, search_end& end)
 {
-    const std::string image = i32(value);
-    return tree_search_record(the_key, {reinterpret_cast<const unsigned char*>(image.data()), 4},
-                              record, mode, end);
+    return tree_search_record(the_key, image_of(value), record, mode, end);
 }
 
 // Values in the order given, their records at 100, 200 and so on.
@@ -150,8 +146,7 @@ TEST_F(Tree, SplitsLeaveTheseNodesAndTheCursorOnTheNewEntry)
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(testing::PrintToString(each.values));
-        finish();
-        begin();
+        start_over(support::mode::single);
         create(2);
         insert_all(each.values);
         EXPECT_THAT(nodes_of_file(), ElementsAreArray(each.nodes));
@@ -216,33 +211,6 @@ TEST_F(Tree, SearchesEndWhereTheModeSays)
         EXPECT_EQ(end.node_offset, each.leaf);
         EXPECT_EQ(end.position, each.position);
         EXPECT_EQ(slot().position, 77);
-    }
-}
-
-TEST_F(Tree, ManyInsertionsLeaveASoundTreeAndTheWayToEachEntry)
-{
-    for (const uint32_t order : {2U, 3U, 10U, 0U}) {
-        for (const int32_t pattern : {0, 1, 2, 3}) {
-            SCOPED_TRACE(testing::Message() << "order " << order << ", pattern " << pattern);
-            finish();
-            begin();
-            create(order);
-            std::mt19937 random(order);
-            for (int32_t i = 0; i < 800; ++i) {
-                const int32_t values[] = {i, -i, static_cast<int32_t>(random()), // and often equal
-                                          static_cast<int32_t>(random() % 20)};
-                ASSERT_EQ(insert(values[pattern], i + 100), TS_OK);
-                search_end end;
-                const std::vector<int32_t> way = path();
-                ASSERT_EQ(search(values[pattern], i + 100, exact_record, end), TS_OK);
-                ASSERT_EQ(end.position, slot().position);
-                ASSERT_EQ(path(), way);
-            }
-            const check::index_report report = check_tree();
-            EXPECT_TRUE(report.is_sound());
-            EXPECT_EQ(report.keys[0].entries, 800);
-            EXPECT_EQ(report.unreached_bytes, 0);
-        }
     }
 }
 
@@ -317,7 +285,7 @@ TEST_F(Tree, NodesThatLeadInACircleOrNowhereEndInACode)
     for (const int32_t link : {2552, 2328, no_offset, 0, -7, 2000000000, 8}) {
         SCOPED_TRACE(link);
         // It becomes the first child of the root's first child.
-        const std::string content = sim::bytes("i").replace(2328, 4, i32(link));
+        const std::string content = support::with(sim::bytes("i"), 2328, link);
         sim::set_bytes("i", content);
         search_end end;
         const int32_t result = search(10, 100, exact_record, end);
