@@ -54,6 +54,9 @@ void add_fields_file(CLI::App& options, common_options& common);
 void add_json(CLI::App& options, common_options& common);
 void add_dry_run(CLI::App& options, common_options& common);
 
+// A test of a value that stays out of the help, where its description would be noise.
+CLI::Validator quiet(CLI::Validator test);
+
 // The manual page and the completion, written to standard output.
 void write_manual(const CLI::App& program);
 void write_completion(const CLI::App& program);
@@ -68,6 +71,14 @@ run_command declare_salvage(CLI::App& options, common_options& common);
 run_command declare_compact(CLI::App& options, common_options& common);
 run_command declare_locks(CLI::App& options, common_options& common);
 run_command declare_export(CLI::App& options, common_options& common);
+run_command declare_get(CLI::App& options, common_options& common);
+run_command declare_find(CLI::App& options, common_options& common);
+run_command declare_add(CLI::App& options, common_options& common);
+run_command declare_update(CLI::App& options, common_options& common);
+run_command declare_delete(CLI::App& options, common_options& common);
+run_command declare_undelete(CLI::App& options, common_options& common);
+run_command declare_info(CLI::App& options, common_options& common);
+run_command declare_purge(CLI::App& options, common_options& common);
 run_command declare_explain(CLI::App& options, common_options& common);
 
 } // namespace tarsil::tool

@@ -22,12 +22,81 @@ constexpr command table[] = {
      "cursor, which programs choose anew each time they open the file.",
      "  tarsil index airports.dat airports.idx --key ident --key country,name:cursor\n",
      declare_index},
-    {"import", "Add rows of CSV or JSON Lines as records", "TEXT",
-     "  tarsil import airports.dat airports.idx airports.csv\n", declare_import},
-    {"export", "Write records as CSV, JSON Lines or raw bytes", "TEXT",
-     "  tarsil export airports.dat --output all.csv\n"
-     "  tarsil export airports.dat --by airports.idx:country --from CH --to CH --json\n",
+    {"import", "Add rows of CSV, JSON Lines or raw bytes as records",
+     "Name the data file, then its index files, so that their keys are kept up to date, and last "
+     "the file with the rows, or - for standard input.\n\n"
+     "The header line of CSV names the fields, in any order. Where the fields have no names, the "
+     "columns are taken in the order of the fields. JSON Lines have an object a line with the "
+     "names as keys. A column _deleted marks records as deleted, a column _number is passed "
+     "over.\n\n"
+     "A row that doesn't fit (wrong columns, broken quotes, a number out of range, a text that is "
+     "too long, with --duplicates no a value of a key that is there already) is told with its line "
+     "and the reason, and goes to the file of --rejects; all others go in. Nothing is ever cut to "
+     "fit. The status is 1 if rows were refused.\n\n"
+     "Nobody else can open the files meanwhile, unless somebody has them open already or "
+     "--multi-user is given: then the import works beside the others, and takes longer. If it is "
+     "killed while it has the files alone, `tarsil repair` counts the records that are in, and "
+     "`tarsil reindex` brings the keys back.",
+     "  tarsil import airports.dat airports.idx airports.csv\n"
+     "  tarsil import airports.dat airports.idx new.csv --duplicates no --rejects refused.csv\n"
+     "  # From another program:\n"
+     "  jq -c .[] list.json | tarsil import airports.dat airports.idx - --format jsonl\n",
+     declare_import},
+    {"export", "Write records as CSV, JSON Lines or raw bytes",
+     "What is exported and imported again is the same to the last byte. Raw bytes are the records "
+     "back to back; in a file of variable length each stands behind its length, 4 bytes with the "
+     "lowest first.\n\n"
+     "Without --by the records come in the order of the file, and --from and --to are numbers of "
+     "records. With --by they come in the order of a key, and --from and --to are its values. A "
+     "file of --output stands under its name when it is whole, and not before.",
+     "  tarsil export airports.dat --output airports.csv\n"
+     "  tarsil export airports.dat --by airports.idx:country --from CH --to CH --json\n"
+     "  tarsil export airports.dat --by airports.idx:1 --from CH --from M --to CH | head\n",
      declare_export},
+    {"get", "Show records by number",
+     "One record is shown as a list of its fields, several as a table. The status is 1 if one "
+     "isn't there.",
+     "  tarsil get airports.dat 17\n"
+     "  tarsil get airports.dat 1 2 3 --json\n",
+     declare_get},
+    {"find", "Show records by a value of a key",
+     "KEY is the number of a key, from 0, or the names of its first fields. As many values as the "
+     "key has fields are the whole value; fewer are its leading fields; with --prefix the last "
+     "one is the beginning of a text. All records that fit are shown, in the order of the key. "
+     "With --nearest the record nearest before the value is shown where none matches.\n\n"
+     "A value that begins with - goes behind --, as with all commands. The status is 1 if nothing "
+     "is found.",
+     "  tarsil find airports.dat airports.idx ident LSZH\n"
+     "  tarsil find airports.dat airports.idx country,name CH Ber --prefix\n"
+     "  tarsil find airports.dat airports.idx latitude 46.5 --nearest --limit 3\n"
+     "  tarsil find airports.dat airports.idx latitude --nearest -- -33.9\n",
+     declare_find},
+    {"add", "Add one record",
+     "Every field is set, or --partial is given. Name all index files: one that isn't learns "
+     "nothing of the record.",
+     "  tarsil add cities.dat cities.idx --set \"name=New York\" --set population=8804190\n",
+     declare_add},
+    {"update", "Change fields of one record",
+     "The other fields stay. A record stays in its place unless a field of a key in one of the "
+     "named index files changes, which --move allows: it is deleted then and added anew under "
+     "another number. Name all index files.",
+     "  tarsil update cities.dat 7 cities.idx --set population=8804190\n"
+     "  tarsil update cities.dat 7 cities.idx --set name=York --move\n",
+     declare_update},
+    {"delete", "Mark records as deleted",
+     "They keep their places and their numbers until `tarsil purge` or `tarsil compact` takes them "
+     "out. The status is 1 if one was deleted already.",
+     "  tarsil delete cities.dat 7 8\n", declare_delete},
+    {"undelete", "Bring deleted records back", "The status is 1 if one was not deleted.",
+     "  tarsil undelete cities.dat 7\n", declare_undelete},
+    {"info", "Tell what files say of themselves",
+     "Kind, version, counts, lengths and fields of data files; keys with their fields, order, "
+     "depth and fill of index files; the bytes left up to the 2 GiB that a file can hold. The "
+     "files are read as they stand, also if others have them open or they can't be opened. "
+     "Name a data file in front of its index files, and the keys are shown by name.",
+     "  tarsil info airports.dat airports.idx\n"
+     "  tarsil info --json airports.dat | jq .[0].records\n",
+     declare_info},
     {"check", "Verify a data file and its index files, changing nothing",
      "The header is compared with the records, every tree with the rules of its format, and the "
      "entries with the records, both ways. What is wrong is told with its place, the rule of "
@@ -73,6 +142,14 @@ constexpr command table[] = {
      "Give all index files of the data file: records get new places, and an index file that isn't "
      "compacted with them has to be built anew by `tarsil reindex`.",
      "  tarsil compact airports.dat airports.idx\n", declare_compact},
+    {"purge", "Take the deleted records out in place",
+     "Records get new numbers, the named indexes are built anew, and index files that aren't named "
+     "are void. The file keeps its length, but the end of it, no longer needed, is given back to "
+     "the disk. An interruption leaves files that can't be trusted: `tarsil compact` needs room "
+     "for a second copy but is safe.",
+     "  tarsil purge --dry-run airports.dat\n"
+     "  tarsil purge airports.dat airports.idx\n",
+     declare_purge},
     {"locks", "Tell which processes hold which ranges of files",
      "Shows every process that has one of the files open, in which way, and what each range that "
      "it holds means. Processes of other users are seen by the administrator only. No lock is "
@@ -94,10 +171,12 @@ void add_wait(CLI::App& options, common_options& common)
     options
         .add_option("--wait", common.wait_seconds,
                     "Seconds to wait for files or ranges that another process holds")
-        ->check(CLI::Range(0.0, 86400.0))
+        ->check(quiet(CLI::Range(0.0, 86400.0)))
         ->type_name("SECONDS")
         ->capture_default_str();
 }
+
+CLI::Validator quiet(CLI::Validator test) { return test.description(""); }
 
 void add_sharing(CLI::App& options, common_options& common)
 {

@@ -38,7 +38,6 @@ public:
 
     outcome run()
     {
-        writer_.begin();
         outcome done = wanted_.by.empty() ? in_file_order() : in_key_order();
         lock_.release();
         progress_.finish();
@@ -79,6 +78,7 @@ private:
         if (!from) return from.why();
         const answer<int32_t> to = record_number(wanted_.to, INT32_MAX);
         if (!to) return to.why();
+        writer_.begin();
         outcome done;
         for (int64_t number = *from; number <= *to; ++number) {
             done = lock_.step();
@@ -120,6 +120,7 @@ private:
     {
         outcome done = lock_.step();
         if (!done) return done;
+        writer_.begin();
         for (auto at = walk.begin(); at != walk.end(); ++at) {
             if (!put(*at, done)) return done;
             done = lock_.step();

@@ -5,6 +5,7 @@
 // import: what was added stays, and the last line says where to go on.
 #include <nlohmann/json.hpp>
 
+#include "tool/assignments.h"
 #include "tool/batch_lock.h"
 #include "tool/command.h"
 #include "tool/formats.h"
@@ -178,15 +179,7 @@ run_command declare_import(CLI::App& options, common_options& common)
                     "Its index files, and last the file with the rows, or - for standard input")
         ->required();
     add_format(options, wanted->format, "csv, jsonl or raw; usually by the ending of the name");
-    options
-        .add_option_function<std::string>(
-            "--duplicates",
-            [wanted](const std::string& answer) {
-                wanted->repeated = answer == "no" ? duplicates::refuse : duplicates::allow;
-            },
-            "Whether records may repeat a value of a key (yes)")
-        ->check(CLI::IsMember({"yes", "no"}))
-        ->type_name("yes|no");
+    add_duplicates(options, wanted->repeated);
     options.add_option("--rejects", wanted->rejects, "New file for the rows that are refused")
         ->type_name("FILE");
     add_separator(options, wanted->reading.separator);

@@ -117,7 +117,7 @@ run_command declare_index(CLI::App& options, common_options& common)
     options
         .add_option("--order", wanted->order,
                     "Half the entries that a node has room for; 0 chooses")
-        ->check(CLI::Range(0, 1'000'000))
+        ->check(quiet(CLI::Range(0, 1'000'000)))
         ->type_name("N");
     add_fields_file(options, common);
     add_sharing(options, common);

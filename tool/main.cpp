@@ -3,6 +3,7 @@
 // A closed pipe and a file-size limit are answers of a write here and not signals, so that files
 // are closed in order whatever happens to the output. Ctrl-C asks a command to stop at the next
 // record (tool/signals.h).
+#include <algorithm>
 #include <clocale>
 
 #include <fmt/format.h>
@@ -48,8 +49,18 @@ int refuse(const CLI::App& program, const CLI::ParseError& why)
         {why.what(), fmt::format("`tarsil {}{}--help` tells how", of, of.empty() ? "" : " ")});
 }
 
+bool is_command(std::string_view name)
+{
+    const auto all = all_commands();
+    return std::any_of(all.begin(), all.end(),
+                       [&](const command& one) { return one.name == name; });
+}
+
 int run(int argc, char** argv)
 {
+    if (argc < 2) return fail({"no command", "`tarsil --help` lists them"});
+    if (argv[1][0] != '-' && !is_command(argv[1]))
+        return fail({fmt::format("'{}' is no command", argv[1]), "`tarsil --help` lists them"});
     CLI::App program("Works on TARSIL32 data files and index files.", "tarsil");
     program.set_version_flag("--version", "tarsil " TARSIL_VERSION);
     program.require_subcommand(1);

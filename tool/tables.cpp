@@ -2,6 +2,7 @@
 //
 // libsmartcols would cut columns to fit a narrow terminal. A table that is wider than the terminal
 // is therefore written as blocks: one line for each value of a row, an empty line between rows.
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -51,6 +52,25 @@ size_t display_width(std::string_view text)
     size_t width = 0;
     for (const char byte : text) width += (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
     return width;
+}
+
+// Lines of so many characters, broken at blanks where there are any; 0: as it is.
+std::string wrapped(std::string_view text, size_t width)
+{
+    std::string lines;
+    while (width > 0 && display_width(text) > width) {
+        size_t end = 0; // in bytes, behind so many characters
+        for (size_t seen = 0; end < text.size(); ++end) {
+            const bool begins = (static_cast<unsigned char>(text[end]) & 0xC0) != 0x80;
+            if (begins && seen++ == width) break;
+        }
+        const size_t blank = text.rfind(' ', end);
+        const bool has_blank = blank != text.npos && blank > 0;
+        lines += text.substr(0, has_blank ? blank : end);
+        lines += '\n';
+        text.remove_prefix(has_blank ? blank + 1 : end);
+    }
+    return lines.append(text);
 }
 
 bool fits(const std::vector<column>& columns, const rows& lines, size_t width)
@@ -105,14 +125,17 @@ void put_facts(const std::vector<std::pair<std::string, std::string>>& facts)
 {
     const table_owner table = new_table();
     if (table == nullptr) return;
-    const int width = terminal_width();
+    size_t names = 0;
+    for (const auto& [name, value] : facts) names = std::max(names, display_width(name));
+    const auto width = static_cast<size_t>(terminal_width());
+    const size_t room = width > names + 1 ? width - names - 1 : 0;
     scols_table_enable_noheadings(table.get(), 1);
-    scols_table_set_termforce(table.get(),
-                              width > 0 ? SCOLS_TERMFORCE_ALWAYS : SCOLS_TERMFORCE_NEVER);
-    if (width > 0) scols_table_set_termwidth(table.get(), static_cast<size_t>(width));
+    scols_table_set_termforce(table.get(), SCOLS_TERMFORCE_NEVER);
     scols_table_new_column(table.get(), "name", 0, 0);
-    scols_table_new_column(table.get(), "value", 0, SCOLS_FL_WRAP);
-    for (const auto& [name, value] : facts) add_line(table.get(), {name, value});
+    libscols_column* const values = scols_table_new_column(table.get(), "value", 0, SCOLS_FL_WRAP);
+    scols_column_set_wrapfunc(values, scols_wrapnl_chunksize, scols_wrapnl_nextchunk, nullptr);
+    scols_column_set_safechars(values, "\n");
+    for (const auto& [name, value] : facts) add_line(table.get(), {name, wrapped(value, room)});
     standard_output().put(text_of(table.get()));
 }
 
