@@ -1,5 +1,5 @@
 // What the files of the POSIX implementation share: the table of open files and the few steps that
-// more than one of them takes. Nothing outside platform/posix_*.cpp includes this header.
+// more than one of them takes. Nothing outside this folder includes this header.
 //
 // A handle is an index into open_files. Each entry owns one descriptor, and with it one open file
 // description, to which the kernel ties the locks; so two handles of one process exclude each other
@@ -13,6 +13,7 @@
 // (_FILE_OFFSET_BITS=64).
 #pragma once
 
+#include "platform/mapping.h"
 #include "platform/platform.h"
 
 #include <sys/types.h>
@@ -38,6 +39,7 @@ struct open_file {
     bool flush_failed;   // a flush has failed once, so none may succeed any more
     bool name_is_stable; // the directory entry has been flushed through this handle
     int descriptor;
+    file_view view; // how bytes get there and back, if not by system calls
     int32_t position;
     int32_t held_count;
     held_bytes held[held_range_limit];
@@ -64,13 +66,13 @@ int abandon(int descriptor);
 // handler.
 bool watch_forks();
 
-// The limit that the system sets to the size of files: read at each open, then asked before what
-// could pass it.
-void read_size_limit();
+// The limit that the system sets to the size of files, at most max_file_bytes: read at each open,
+// then asked before what could pass it.
+int64_t read_size_limit();
 bool within_size_limit(int64_t end);
 
 // The size of the file, which may be more than positions reach; below 0 for a failure.
-int64_t file_size(const open_file& entry);
+int64_t file_size(open_file& entry);
 
 // open(2) without what a library must not do to its caller: no controlling terminal, no descriptor
 // that an exec hands on or that a print to a closed standard stream would hit, no waiting at a

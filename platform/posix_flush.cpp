@@ -6,6 +6,9 @@
 // through the descriptor and not through the name that was opened, since that may have been
 // relative to a working directory that has changed.
 //
+// What was stored into a mapping of the file needs nothing of its own: its pages are the file's,
+// and fsync and fdatasync write all that are dirty, however they became so.
+//
 // After a failed flush the kernel may have dropped the unwritten pages and call the next flush a
 // success. So the first failure stays with the handle.
 #include "platform/posix.h"

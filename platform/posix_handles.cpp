@@ -27,6 +27,7 @@ void lose_handles()
 {
     for (open_file& entry : open_files) {
         if (entry.state != handle_state::open) continue;
+        if (entry.view.bytes != nullptr) forget_view(entry);
         close(entry.descriptor);
         entry.state = handle_state::lost;
     }
@@ -66,11 +67,12 @@ bool CloseHandle(file_handle file)
     entry.state = handle_state::free;
     if (state != handle_state::open) return refuse(EBADF);
 
+    const bool is_exact = entry.view.bytes == nullptr || unmap_file(entry);
     release_kernel_locks(entry.descriptor);
     // An interrupted close has closed the descriptor all the same; a second try could hit somebody
     // else's.
     if (close(entry.descriptor) != 0 && errno != EINTR) return refuse(errno);
-    return true;
+    return is_exact;
 }
 
 uint32_t GetLastError() { return last_error; }

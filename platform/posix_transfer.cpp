@@ -1,9 +1,9 @@
 // Reading, writing and the file position.
 //
-// The position lives in the table, so positioning is arithmetic and each transfer is one positional
-// system call; only the size of the file has to be asked for. A transfer that the system cuts short
-// is continued, so that a short read means the end of the file and a short write never shows but as
-// a failure.
+// The position lives in the table, so positioning is arithmetic. Each transfer is a copy from or to
+// the mapping of the file, or one positional system call where there is none; what the mapping
+// doesn't do comes back here. A transfer that the system cuts short is continued, so that a short
+// read means the end of the file and a short write never shows but as a failure.
 //
 // Two limits are kept before the system is asked: max_file_bytes, and the limit that the system
 // sets to the size of files (RLIMIT_FSIZE). A write beyond the latter would raise SIGXFSZ, which
@@ -36,8 +36,35 @@ void advance(open_file& entry, uint32_t& moved, ssize_t step)
     moved += static_cast<uint32_t>(step);
 }
 
+bool read_by_calls(open_file& entry, uint8_t* target, uint32_t bytes, uint32_t& moved)
+{
+    while (moved < bytes) {
+        const ssize_t step = pread(entry.descriptor, target + moved, bytes - moved, entry.position);
+        if (step == 0) return true;
+        if (step > 0)
+            advance(entry, moved, step);
+        else if (errno != EINTR)
+            return refuse(errno);
+    }
+    return true;
+}
+
+bool write_by_calls(open_file& entry, const uint8_t* source, uint32_t bytes, uint32_t& moved)
+{
+    while (moved < bytes) {
+        const ssize_t step = pwrite(entry.descriptor, source + moved, bytes - moved,
+                                    entry.position);
+        if (step == 0) return refuse(EIO);
+        if (step > 0)
+            advance(entry, moved, step);
+        else if (errno != EINTR)
+            return refuse(errno);
+    }
+    return true;
+}
+
 // The place that a distance is counted from; below 0 for a failure.
-int64_t place_of(const open_file& entry, origin from)
+int64_t place_of(open_file& entry, origin from)
 {
     if (from == origin::begin) return 0;
     return from == origin::current ? entry.position : file_size(entry);
@@ -45,25 +72,25 @@ int64_t place_of(const open_file& entry, origin from)
 
 } // namespace
 
-void read_size_limit()
+int64_t read_size_limit()
 {
     struct rlimit limit = {};
     size_limit = max_file_bytes;
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0) return size_limit;
     if (limit.rlim_cur < static_cast<rlim_t>(max_file_bytes)) {
         size_limit = static_cast<int64_t>(limit.rlim_cur);
     }
+    return size_limit;
 }
 
 bool within_size_limit(int64_t end)
 {
-    if (end <= size_limit) return true;
-    read_size_limit();
-    return end <= size_limit || refuse(EFBIG);
+    return end <= size_limit || end <= read_size_limit() || refuse(EFBIG);
 }
 
-int64_t file_size(const open_file& entry)
+int64_t file_size(open_file& entry)
 {
+    if (entry.view.bytes != nullptr && has_known_size(entry)) return entry.view.length;
     struct stat facts = {};
     if (fstat(entry.descriptor, &facts) == 0) return facts.st_size;
     refuse(errno);
@@ -77,17 +104,8 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     if (entry == nullptr) return refuse(EBADF);
     if (!end_is_allowed(*entry, bytes)) return false;
 
-    uint8_t* const target = static_cast<uint8_t*>(buffer);
-    while (moved < bytes) {
-        const ssize_t step = pread(entry->descriptor, target + moved, bytes - moved,
-                                   entry->position);
-        if (step == 0) return true;
-        if (step > 0)
-            advance(*entry, moved, step);
-        else if (errno != EINTR)
-            return refuse(errno);
-    }
-    return true;
+    if (entry->view.bytes != nullptr && read_view(*entry, buffer, bytes, moved)) return true;
+    return read_by_calls(*entry, static_cast<uint8_t*>(buffer), bytes, moved);
 }
 
 bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved)
@@ -98,17 +116,10 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     if (!end_is_allowed(*entry, bytes)) return false;
     if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
 
-    const uint8_t* const source = static_cast<const uint8_t*>(buffer);
-    while (moved < bytes) {
-        const ssize_t step = pwrite(entry->descriptor, source + moved, bytes - moved,
-                                    entry->position);
-        if (step == 0) return refuse(EIO);
-        if (step > 0)
-            advance(*entry, moved, step);
-        else if (errno != EINTR)
-            return refuse(errno);
-    }
-    return true;
+    if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved)) return true;
+    const bool done = write_by_calls(*entry, static_cast<const uint8_t*>(buffer), bytes, moved);
+    if (moved > 0) note_written(*entry);
+    return done;
 }
 
 uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)

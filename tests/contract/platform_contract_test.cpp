@@ -43,9 +43,10 @@ protected:
     }
 
     // A file with content, open and positioned at its begin.
-    file_handle file_of(const char* last_part, const std::string& content)
+    file_handle file_of(const char* last_part, const std::string& content,
+                        share mode = share::read_write)
     {
-        const file_handle file = create(name(last_part));
+        const file_handle file = create(name(last_part), mode);
         EXPECT_TRUE(put(file, content));
         EXPECT_EQ(SetFilePointer(file, 0, origin::begin), 0U);
         return file;
@@ -85,6 +86,14 @@ private:
     std::vector<std::string> named_;
     std::vector<file_handle> opened_;
 };
+
+// A file that one open has alone may be served in ways of its own, with the same answers.
+class PlatformTransfers : public Platform, public testing::WithParamInterface<share> {};
+
+INSTANTIATE_TEST_SUITE_P(, PlatformTransfers, testing::Values(share::none, share::read_write),
+                         [](const auto& mode) {
+                             return mode.param == share::none ? "alone" : "shared";
+                         });
 
 TEST_F(Platform, NamesThatLeadNowhereAreRefused)
 {
@@ -180,9 +189,9 @@ TEST_F(Platform, AReadOnlyHandleReadsAndDoesNotWrite)
     EXPECT_EQ(get_all(reader), "abc");
 }
 
-TEST_F(Platform, TransfersMoveThePositionByTheBytesMoved)
+TEST_P(PlatformTransfers, TransfersMoveThePositionByTheBytesMoved)
 {
-    const file_handle file = file_of("a", "0123456789");
+    const file_handle file = file_of("a", "0123456789", GetParam());
     EXPECT_EQ(get(file, 4), "0123");
     EXPECT_EQ(position(file), 4U);
     EXPECT_EQ(get(file, 0), "");
@@ -213,15 +222,15 @@ TEST_F(Platform, EachHandleHasItsOwnPositionAndSeesTheOthersBytes)
     EXPECT_EQ(get_all(one), "ABcdef");
 }
 
-TEST_F(Platform, LargeTransfersAreWhole)
+TEST_P(PlatformTransfers, LargeTransfersAreWhole)
 {
     std::string large(3 << 20, '\0');
     for (size_t i = 0; i < large.size(); ++i) large[i] = static_cast<char>(i * 31 >> 3);
-    const file_handle file = file_of("a", large);
+    const file_handle file = file_of("a", large, GetParam());
     EXPECT_EQ(get(file, static_cast<uint32_t>(large.size()) + 1), large);
 }
 
-TEST_F(Platform, PositioningIsAbsoluteRelativeOrFromTheEnd)
+TEST_P(PlatformTransfers, PositioningIsAbsoluteRelativeOrFromTheEnd)
 {
     struct row {
         int32_t before;
@@ -250,7 +259,7 @@ TEST_F(Platform, PositioningIsAbsoluteRelativeOrFromTheEnd)
         {3, 5, origin::end, 15},
         {3, max_file_bytes - 9, origin::end, refused},
     };
-    const file_handle file = file_of("a", "0123456789");
+    const file_handle file = file_of("a", "0123456789", GetParam());
     int line = 0;
     for (const row& r : rows) {
         SCOPED_TRACE(line++);
@@ -261,9 +270,9 @@ TEST_F(Platform, PositioningIsAbsoluteRelativeOrFromTheEnd)
     }
 }
 
-TEST_F(Platform, NoTransferEndsBeyondTheLargestFile)
+TEST_P(PlatformTransfers, NoTransferEndsBeyondTheLargestFile)
 {
-    const file_handle file = file_of("a", "abc");
+    const file_handle file = file_of("a", "abc", GetParam());
     char room[2] = {};
     for (const uint32_t bytes : {2U, 0x80000000U, 0xffffffffU}) {
         SetFilePointer(file, max_file_bytes - 1, origin::begin);
@@ -420,9 +429,9 @@ TEST_F(Platform, AFileIsRemovedOnlyWhileNobodyHasItOpen)
     EXPECT_EQ(get(create(a), 1), "") << "a later file of the same name begins empty";
 }
 
-TEST_F(Platform, AFlushSucceedsAndMovesNothing)
+TEST_P(PlatformTransfers, AFlushSucceedsAndMovesNothing)
 {
-    const file_handle file = file_of("a", "abc");
+    const file_handle file = file_of("a", "abc", GetParam());
     SetFilePointer(file, 2, origin::begin);
     ASSERT_TRUE(LockFile(file, 0, 1));
     EXPECT_TRUE(FlushFileBuffers(file));
@@ -431,7 +440,7 @@ TEST_F(Platform, AFlushSucceedsAndMovesNothing)
     EXPECT_TRUE(UnlockFile(file, 0, 1));
 }
 
-TEST_F(Platform, ZeroedRangesReadAsZerosAndNothingElseChanges)
+TEST_P(PlatformTransfers, ZeroedRangesReadAsZerosAndNothingElseChanges)
 {
     const std::string content(100000, 'x');
     struct row {
@@ -446,7 +455,7 @@ TEST_F(Platform, ZeroedRangesReadAsZerosAndNothingElseChanges)
                         {INT_MIN, 0, false}};
     for (const row& r : rows) {
         SCOPED_TRACE(testing::Message() << r.offset << ", " << r.length);
-        const file_handle file = file_of("a", content);
+        const file_handle file = file_of("a", content, GetParam());
         SetFilePointer(file, 7, origin::begin);
         ASSERT_TRUE(LockFile(file, 0, 50));
         EXPECT_EQ(ZeroFileRange(file, r.offset, r.length), r.granted);

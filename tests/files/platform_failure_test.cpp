@@ -128,18 +128,20 @@ TEST(PlatformFiles, TheTableOfOpenFilesHasItsEndAndRecovers)
 
 TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
 {
-    const temp_folder folder;
-    const std::string name = folder.file("a");
-    const file_handle file = create_file(name);
-    SetFilePointer(file, max_file_bytes - 1, origin::begin);
-    EXPECT_TRUE(put(file, "z"));
-    EXPECT_EQ(SetFilePointer(file, 0, origin::end), static_cast<uint32_t>(max_file_bytes));
-    EXPECT_FALSE(put(file, "z"));
-    ASSERT_EQ(truncate(name.c_str(), int64_t{max_file_bytes} + 1), 0) << "by somebody else";
-    SetFilePointer(file, 5, origin::begin);
-    EXPECT_EQ(SetFilePointer(file, 0, origin::end), invalid_position);
-    EXPECT_EQ(SetFilePointer(file, 0, origin::current), 5U);
-    EXPECT_TRUE(CloseHandle(file));
+    for (const share mode : {share::none, share::read_write}) {
+        const temp_folder folder;
+        const std::string name = folder.file("a");
+        const file_handle file = create_file(name, mode);
+        SetFilePointer(file, max_file_bytes - 1, origin::begin);
+        EXPECT_TRUE(put(file, "z"));
+        EXPECT_EQ(SetFilePointer(file, 0, origin::end), static_cast<uint32_t>(max_file_bytes));
+        EXPECT_FALSE(put(file, "z"));
+        ASSERT_EQ(truncate(name.c_str(), int64_t{max_file_bytes} + 1), 0) << "by somebody else";
+        SetFilePointer(file, 5, origin::begin);
+        EXPECT_EQ(SetFilePointer(file, 0, origin::end), invalid_position);
+        EXPECT_EQ(SetFilePointer(file, 0, origin::current), 5U);
+        EXPECT_TRUE(CloseHandle(file));
+    }
 }
 
 TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)

@@ -1,0 +1,274 @@
+// Files served from a shared mapping; see platform/mapping.h for the picture and the promises.
+//
+// Every access lies below `length` or, growing, below `allocated`, so a bus error means that
+// somebody has cut the file or that the medium has failed. The copy then counts for nothing: the
+// mapping goes, and the same transfer is done by system calls, which tell what is wrong. One cut
+// makes no bus error: in the page that the new end lies in, where zeros appear from the end to the
+// next page, and where stores would be lost. So wherever the bytes that are read, or about to be
+// overwritten, run as zeros up to the end of their page, the size of the file is asked for. That is
+// seldom: in files of ours something else than a zero follows soon. Only what is appended into the
+// very page that somebody has cut is lost with what he cut away.
+//
+// A kill can cut a copy anywhere. Of what is appended the first eight bytes are stored first, with
+// one instruction: the mark and the length of a record. So what a kill leaves behind the end is a
+// record whose last part reads as zeros, or nothing: never a part without its length, which the
+// rebuild of a header would take for damage. What is there already is overwritten from its back:
+// a node whose entries move up for a new one then holds one of them twice, and loses none.
+#include "platform/mapping.h"
+
+#include "platform/bus_error.h"
+#include "platform/posix.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+namespace tarsil::platform {
+
+namespace {
+
+#if defined(TARSIL32_MAPPING)
+constexpr bool mapping_is_wanted = sizeof(void*) == 8; // where there is room for the views
+#else
+constexpr bool mapping_is_wanted = false;
+#endif
+
+// The smallest page of any machine; larger ones end where one of these ends, too.
+constexpr uintptr_t page_bytes = 4096;
+constexpr size_t first_bytes = 8;
+constexpr size_t chunk_bytes = 32;     // stored by one or two instructions
+constexpr size_t zero_run_bytes = 256; // as many zeros in a row are worth a system call
+
+// Written to the file, never to. Static, so that it takes no room in the library's file.
+uint8_t growth_zeros[growth_step_bytes];
+
+enum class soundness : uint8_t { nothing, reads, reads_and_stores };
+
+// Local file systems where mappings and transfers share their pages. Stores are sound where they
+// are written in place: copying on write needs room that nobody has set aside. An overlay doesn't
+// tell what it lies on. What isn't here (network file systems, FUSE) has other caches, or nobody
+// has tried.
+soundness of_file_system(int descriptor)
+{
+    struct statfs facts = {};
+    if (fstatfs(descriptor, &facts) != 0) return soundness::nothing;
+    switch (static_cast<uint32_t>(facts.f_type)) {
+    case EXT4_SUPER_MAGIC: // ext2 and ext3 as well
+    case XFS_SUPER_MAGIC:
+    case TMPFS_MAGIC: return soundness::reads_and_stores;
+    case BTRFS_SUPER_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC: return soundness::reads;
+    default: return soundness::nothing;
+    }
+}
+
+int64_t size_in_file_system(const open_file& entry)
+{
+    struct stat facts = {};
+    return fstat(entry.descriptor, &facts) == 0 ? facts.st_size : -1;
+}
+
+// Whether the bytes from `place` on are zeros to the end of its page; after many of them we don't
+// look further. The page must be in a guarded copy.
+bool zeros_follow(const uint8_t* place)
+{
+    const uintptr_t left = page_bytes - (reinterpret_cast<uintptr_t>(place) & (page_bytes - 1));
+    const uint8_t* const end = place + std::min<size_t>(left, zero_run_bytes);
+    uint64_t word = 0;
+    for (; end - place >= 8 && word == 0; place += 8) std::memcpy(&word, place, 8);
+    for (; place < end && word == 0; ++place) word = *place;
+    return word == 0;
+}
+
+// False if a page was missing; `may_be_cut` tells whether what was read may be what a cut has left.
+bool copy_out(const uint8_t* from, uint8_t* buffer, size_t bytes, bool& may_be_cut)
+{
+    begin_guarded_copy(from, bytes);
+    std::memcpy(buffer, from, bytes);
+    may_be_cut = buffer[bytes - 1] == 0 && zeros_follow(from + bytes - 1);
+    return end_guarded_copy();
+}
+
+// Keeps the compiler from moving stores from one side to the other: a kill counts them in order.
+void keep_order() { std::atomic_signal_fence(std::memory_order_seq_cst); }
+
+void copy_from_front(uint8_t* to, const uint8_t* buffer, size_t bytes)
+{
+    const size_t first = std::min(bytes, first_bytes);
+    std::memcpy(to, buffer, first);
+    keep_order();
+    std::memcpy(to + first, buffer + first, bytes - first);
+}
+
+void copy_from_back(uint8_t* to, const uint8_t* buffer, size_t bytes)
+{
+    for (; bytes >= chunk_bytes; bytes -= chunk_bytes) {
+        std::memcpy(to + bytes - chunk_bytes, buffer + bytes - chunk_bytes, chunk_bytes);
+        keep_order();
+    }
+    std::memcpy(to, buffer, bytes);
+}
+
+bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool overwrites)
+{
+    begin_guarded_copy(to, bytes);
+    if (overwrites)
+        copy_from_back(to, buffer, bytes);
+    else
+        copy_from_front(to, buffer, bytes);
+    return end_guarded_copy();
+}
+
+// The same for bytes that are about to be overwritten, of which the last one is looked at.
+bool look_at(const uint8_t* last, bool& may_be_cut)
+{
+    begin_guarded_copy(last, 1);
+    may_be_cut = zeros_follow(last);
+    return end_guarded_copy();
+}
+
+// Allocates up to the next whole step and writes zeros there, which costs less than to have each
+// page found empty by the first store into it. A step that fails may have lengthened the file all
+// the same.
+void grow_ahead(open_file& entry, int64_t end)
+{
+    const int64_t whole = (end + growth_step_bytes - 1) / growth_step_bytes * growth_step_bytes;
+    const int64_t target = std::min(whole, read_size_limit());
+    file_view& view = entry.view;
+    if (target < end) return;
+    if (posix_fallocate(entry.descriptor, view.allocated, target - view.allocated) != 0) {
+        const int64_t size = size_in_file_system(entry);
+        if (size > view.allocated && size <= target) view.allocated = static_cast<int32_t>(size);
+        return;
+    }
+    const size_t bytes = static_cast<size_t>(
+        std::min<int64_t>(target - view.allocated, growth_step_bytes));
+    static_cast<void>(pwrite(entry.descriptor, growth_zeros, bytes, view.allocated));
+    view.allocated = static_cast<int32_t>(target);
+}
+
+// Whether a write may be stored up to `end`. Small files, wide gaps and large transfers go by
+// system calls, which allocate exactly what is written.
+bool is_allocated(open_file& entry, int64_t end)
+{
+    const file_view& view = entry.view;
+    if (end <= view.allocated) return true;
+    if (end <= exact_length_bytes || end - view.allocated >= growth_step_bytes) return false;
+    grow_ahead(entry, end);
+    return end <= view.allocated;
+}
+
+// Nothing is known any more of what the mapping holds; pages that took the place of missing ones go
+// with it.
+bool give_up(open_file& entry)
+{
+    unmap_file(entry);
+    return false;
+}
+
+} // namespace
+
+void map_file(open_file& entry, share granted)
+{
+    if (!mapping_is_wanted) return;
+    const soundness sound = of_file_system(entry.descriptor);
+    if (sound == soundness::nothing) return;
+    const int64_t size = size_in_file_system(entry);
+    if (size < 0 || size > max_file_bytes || !stand_guard()) return;
+
+    const bool takes_stores = granted == share::none && sound == soundness::reads_and_stores;
+    const int protection = takes_stores ? PROT_READ | PROT_WRITE : PROT_READ;
+    void* const place = mmap(nullptr, view_bytes, protection, MAP_SHARED, entry.descriptor, 0);
+    if (place == MAP_FAILED) {
+        leave_guard();
+        return;
+    }
+    madvise(place, view_bytes, MADV_DONTFORK);
+    const int32_t length = static_cast<int32_t>(size);
+    entry.view = {static_cast<uint8_t*>(place), length, length, takes_stores};
+}
+
+bool unmap_file(open_file& entry)
+{
+    const file_view view = entry.view;
+    int answer = 0;
+    if (view.length < view.allocated && size_in_file_system(entry) == view.allocated) {
+        do {
+            answer = ftruncate(entry.descriptor, view.length);
+        } while (answer != 0 && errno == EINTR);
+    }
+    const bool is_exact = answer == 0 || refuse(errno);
+    munmap(view.bytes, view_bytes);
+    entry.view = {};
+    leave_guard();
+    return is_exact;
+}
+
+void forget_view(open_file& entry)
+{
+    entry.view = {};
+    leave_guard();
+}
+
+bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved)
+{
+    const int64_t end = int64_t{entry.position} + bytes;
+    if (end > entry.view.length && !has_known_size(entry)) return false;
+    const int64_t there = std::min<int64_t>(int64_t{entry.view.length} - entry.position, bytes);
+    if (there <= 0) return true;
+
+    const uint8_t* const place = entry.view.bytes + entry.position;
+    const size_t count = static_cast<size_t>(there);
+    bool may_be_cut = false;
+    if (!copy_out(place, static_cast<uint8_t*>(buffer), count, may_be_cut)) return give_up(entry);
+    if (may_be_cut && !has_known_size(entry)) return false;
+    entry.position += static_cast<int32_t>(count);
+    moved = static_cast<uint32_t>(count);
+    return true;
+}
+
+bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved)
+{
+    const int64_t end = int64_t{entry.position} + bytes;
+    if (bytes == 0) return true;
+    if (!entry.view.takes_stores || !is_allocated(entry, end)) return false;
+
+    file_view& view = entry.view;
+    uint8_t* const place = view.bytes + entry.position;
+    const bool overwrites = end <= view.length;
+    bool may_be_cut = false;
+    if (overwrites && !look_at(place + bytes - 1, may_be_cut)) return give_up(entry);
+    if (may_be_cut && !has_known_size(entry)) return false;
+    const uint8_t* const source = static_cast<const uint8_t*>(buffer);
+    if (!copy_in(place, source, bytes, overwrites)) return give_up(entry);
+    entry.position = static_cast<int32_t>(end);
+    view.length = std::max(view.length, entry.position);
+    moved = bytes;
+    return true;
+}
+
+void note_written(open_file& entry)
+{
+    file_view& view = entry.view;
+    view.length = std::max(view.length, entry.position);
+    view.allocated = std::max(view.allocated, entry.position);
+}
+
+bool has_known_size(open_file& entry)
+{
+    file_view& view = entry.view;
+    const int64_t size = size_in_file_system(entry);
+    if (view.takes_stores) return size == view.allocated || give_up(entry);
+
+    if (size < view.length || size > max_file_bytes) return give_up(entry);
+    view.length = static_cast<int32_t>(size);
+    view.allocated = view.length;
+    return true;
+}
+
+} // namespace tarsil::platform

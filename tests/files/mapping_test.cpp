@@ -1,0 +1,498 @@
+// Files that one open has alone, which are served from mappings where the platform is built so:
+// what shows outside of the answers, and what must not show. The cases are the same for a platform
+// built without mappings, which has to give the same answers.
+#include "platform/platform.h"
+#include "tests/support/child_process.h"
+#include "tests/support/platform_files.h"
+#include "tests/support/refused_calls.h"
+#include "tests/support/temp_folder.h"
+
+#include <cerrno>
+#include <csetjmp>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/sysmacros.h>
+#include <vector>
+
+namespace tarsil::platform {
+namespace {
+
+using namespace support;
+
+#if defined(TARSIL32_MAPPING)
+constexpr bool is_built_to_map = true;
+#else
+constexpr bool is_built_to_map = false;
+#endif
+
+constexpr size_t mib = 1 << 20;
+constexpr size_t step = mib / 4; // at most so much lies behind the end of an open file
+
+// By its device and number: a file that was created without a name shows none there.
+bool is_mapped(const std::string& name)
+{
+    struct stat facts = {};
+    if (stat(name.c_str(), &facts) != 0) return false;
+    char wanted[64];
+    std::snprintf(wanted, sizeof wanted, " %02x:%02x %ju ", major(facts.st_dev),
+                  minor(facts.st_dev), uintmax_t{facts.st_ino});
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if ((line + ' ').find(wanted) != std::string::npos) return true;
+    }
+    return false;
+}
+
+uint32_t move(file_handle file, size_t place)
+{
+    return SetFilePointer(file, static_cast<int32_t>(place), origin::begin);
+}
+
+std::string get(file_handle file, size_t place, size_t bytes)
+{
+    std::string room(bytes, '?');
+    uint32_t moved = 0;
+    move(file, place);
+    if (!ReadFile(file, room.data(), static_cast<uint32_t>(bytes), moved)) return "failed";
+    return room.substr(0, moved);
+}
+
+bool put_at(file_handle file, size_t place, const std::string& bytes)
+{
+    move(file, place);
+    return put(file, bytes);
+}
+
+uint32_t end_of(file_handle file) { return SetFilePointer(file, 0, origin::end); }
+
+// Tests whose faults only a mapping has ask for one; elsewhere they can't say anything.
+class Mapping : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        const temp_folder folder;
+        const file_handle file = create_file(folder.file("a"), share::none);
+        // Where temporary files lie on a file system that isn't mapped, there is still this one.
+        if (is_built_to_map && !is_mapped(folder.file("a"))) setenv("TMPDIR", "/dev/shm", 1);
+        CloseHandle(file);
+    }
+};
+
+TEST_F(Mapping, AFileThatMayBeWrittenIsMappedWhileItIsOpen)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle created = create_file(name, share::none);
+    EXPECT_EQ(is_mapped(name), is_built_to_map);
+    child_process child([&](const child_line& line) {
+        line.step([&] { return is_mapped(name); });
+        line.step([&] { return put(created, "x"); });
+    });
+    EXPECT_FALSE(child.next()) << "in a forked child";
+    EXPECT_FALSE(child.next());
+    EXPECT_TRUE(put(created, "abc")) << "in its parent, meanwhile";
+    EXPECT_TRUE(CloseHandle(created));
+    EXPECT_FALSE(is_mapped(name));
+
+    const file_handle shared = open_file(name);
+    const file_handle other = open_file(name);
+    EXPECT_EQ(is_mapped(name), is_built_to_map);
+    EXPECT_TRUE(put_at(other, 2, "zdef"));
+    EXPECT_EQ(get(shared, 1, 9), "bzdef") << "what another open has written, and lengthened";
+    EXPECT_TRUE(put_at(shared, 3, "y"));
+    EXPECT_EQ(get(other, 0, 9), "abzyef");
+    EXPECT_TRUE(CloseHandle(other));
+    EXPECT_TRUE(CloseHandle(shared));
+    EXPECT_FALSE(is_mapped(name));
+    const file_handle reader = open_file(name, share::none, access::read_only);
+    EXPECT_FALSE(is_mapped(name));
+    EXPECT_TRUE(CloseHandle(reader));
+    const file_handle opened = open_file(name, share::none);
+    EXPECT_EQ(is_mapped(name), is_built_to_map);
+    EXPECT_EQ(get(opened, 0, 9), "abzyef");
+    EXPECT_TRUE(CloseHandle(opened));
+}
+
+// Random appends, overwrites, gaps and cleared ranges beside a string that does the same; in each
+// life of the file the real length is looked at, too.
+TEST_F(Mapping, FilesHoldWhatWasWrittenAndHaveTheirExactLength)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    ASSERT_TRUE(CloseHandle(create_file(name)));
+    std::mt19937 random(5);
+    const auto below = [&](size_t limit) { return random() % limit; };
+    std::string model;
+    for (int life = 0; life < 12; ++life) {
+        SCOPED_TRACE(life);
+        const file_handle file = open_file(name, share::none);
+        for (int i = 0; i < 60; ++i) {
+            const std::string piece(1 + below(below(8) == 0 ? 300000 : 9000),
+                                    static_cast<char>('a' + below(26)));
+            const size_t kind = below(8);
+            const size_t gap = kind == 0 ? below(20000) : 0;
+            const size_t place = kind < 5 ? model.size() + gap : below(model.size() + 1);
+            ASSERT_TRUE(put_at(file, place, piece));
+            if (model.size() < place + piece.size()) model.resize(place + piece.size());
+            model.replace(place, piece.size(), piece);
+            if (kind == 7) {
+                const size_t bytes = below(model.size() - place);
+                ASSERT_TRUE(
+                    ZeroFileRange(file, static_cast<int32_t>(place), static_cast<int32_t>(bytes)));
+                model.replace(place, bytes, bytes, '\0');
+            }
+            ASSERT_EQ(end_of(file), model.size());
+            const size_t real = std::filesystem::file_size(name);
+            ASSERT_GE(real, model.size());
+            ASSERT_LT(real - model.size(), model.size() <= mib || !is_built_to_map ? 1 : step);
+            const size_t from = below(model.size());
+            ASSERT_TRUE(get(file, from, 20000) == model.substr(from, 20000));
+        }
+        EXPECT_TRUE(CloseHandle(file));
+        ASSERT_TRUE(file_bytes(name) == model);
+    }
+    EXPECT_GT(model.size(), 4 * mib);
+}
+
+// The child counts its appends where the parent sees it, and is killed in the midst of them.
+TEST_F(Mapping, AKillKeepsWhatWasWrittenAndLeavesZerosBehindIt)
+{
+    constexpr size_t record = 108;
+    void* const shared = mmap(nullptr, sizeof(int64_t), PROT_READ | PROT_WRITE,
+                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    volatile int64_t* const written = static_cast<int64_t*>(shared);
+    for (int round = 0; round < 12; ++round) {
+        SCOPED_TRACE(round);
+        const temp_folder folder;
+        *written = 0;
+        child_process writer([&](const child_line& line) {
+            const file_handle file = create_file(folder.file("a"), share::none);
+            line.step([] { return 0; });
+            while (put(file, std::string(record, static_cast<char>('a' + *written % 26))))
+                *written = *written + 1;
+        });
+        writer.next();
+        while (*written < 9000 + round * 1000) usleep(100);
+        writer.kill();
+
+        const size_t count = static_cast<size_t>(*written);
+        const std::string bytes = file_bytes(folder.file("a"));
+        ASSERT_GE(bytes.size(), count * record);
+        EXPECT_LE(bytes.size(), count * record + record + step);
+        for (size_t i = 0; i < count; ++i) {
+            const std::string expected(record, static_cast<char>('a' + i % 26));
+            ASSERT_EQ(bytes.substr(i * record, record), expected);
+        }
+        const size_t last = bytes.find_last_not_of('\0') + 1;
+        EXPECT_LE(last, count * record + record) << "no more than the record under way";
+        EXPECT_TRUE(last == count * record || bytes[count * record] != '\0') << "from its front";
+    }
+    munmap(shared, sizeof(int64_t));
+}
+
+// A foreign program cuts a file, or lengthens it: the size, the size that it gets, and where 5000
+// bytes are then asked for.
+struct cut_file {
+    size_t size;
+    size_t changed;
+    size_t place;
+};
+enum class act { read_little, read_much, write };
+
+void meet_cut_file(const cut_file& r, act first, share mode)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle file = create_file(name, mode);
+    std::string model(r.size, 'x');
+    for (size_t done = 0; done < r.size; done += 50000)
+        ASSERT_TRUE(put(file, model.substr(done, 50000)));
+
+    ASSERT_EQ(truncate(name.c_str(), static_cast<off_t>(r.changed)), 0);
+    model.resize(r.changed);
+    if (first == act::write) {
+        ASSERT_TRUE(put_at(file, r.place, "changed"));
+        if (model.size() < r.place + 7) model.resize(r.place + 7);
+        model.replace(r.place, 7, "changed");
+    }
+    const size_t bytes = first == act::read_little ? 200 : 5000;
+    EXPECT_EQ(get(file, r.place, bytes),
+              r.place < model.size() ? model.substr(r.place, bytes) : "");
+    EXPECT_EQ(end_of(file), model.size());
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_TRUE(file_bytes(name) == model);
+}
+
+TEST_F(Mapping, AFileOfAnotherSizeGivesShortReadsAndTakesWrites)
+{
+    const cut_file rows[] = {
+        {500, 100, 0},
+        {500, 100, 99},
+        {500, 100, 100},
+        {500, 100, 300},
+        {500, 0, 0},
+        {500, 499, 0},
+        {10000, 9000, 8000},
+        {10000, 9000, 9500},
+        {20000, 8192, 0},
+        {20000, 8192, 8191},
+        {20000, 8192, 8192},
+        {20000, 8193, 9000},
+        {20000, 4096, 15000},
+        {3 * mib + 77, 9000, 0},
+        {3 * mib + 77, 9000, 8999},
+        {3 * mib + 77, 9000, 9000},
+        {3 * mib + 77, 9000, 2 * mib},
+        {3 * mib + 77, 3 * mib, 3 * mib - 10},
+        {500, 700, 400},
+        {500, 700, 600},
+        {500, 2 * mib, mib},
+        {3 * mib + 77, 4 * mib, 3 * mib + 70},
+    };
+    for (const cut_file& r : rows) {
+        for (const share mode : {share::none, share::read_write}) {
+            for (const act first : {act::read_little, act::read_much, act::write}) {
+                SCOPED_TRACE(testing::Message()
+                             << r.size << ", " << r.changed << ", " << r.place << ", act "
+                             << static_cast<int>(first) << (mode == share::none ? " alone" : ""));
+                meet_cut_file(r, first, mode);
+            }
+        }
+    }
+    const temp_folder folder;
+    const file_handle other = create_file(folder.file("a"), share::none);
+    EXPECT_TRUE(put(other, "abc") && put_at(other, 0, "x"));
+    EXPECT_EQ(get(other, 0, 3), "xbc");
+    EXPECT_EQ(is_mapped(folder.file("a")), is_built_to_map) << "no other file has to suffer";
+    EXPECT_TRUE(CloseHandle(other));
+}
+
+// In a namespace of the child's own; -1 where it may have none.
+bool mount_small_disk(const std::string& folder)
+{
+    return unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("none", folder.c_str(), "tmpfs", 0, "size=3m") == 0;
+}
+
+TEST_F(Mapping, AFullDiskIsAFailureAlsoInAHole)
+{
+    const temp_folder folder;
+    child_process child([&](const child_line& line) {
+        file_handle file = no_file;
+        const std::string piece(1000, 'p');
+        int64_t pieces = 0;
+        line.step([&] { return mount_small_disk(folder.path()); });
+        line.step([&] {
+            file = create_file(folder.file("a"), share::none);
+            while (put(file, piece)) ++pieces;
+            return GetLastError();
+        });
+        line.step([&] { return pieces; });
+        line.step([&] { return int64_t{end_of(file)} - pieces * 1000; });
+        line.step([&] {
+            for (int64_t i = 0; i < pieces; ++i) {
+                if (get(file, static_cast<size_t>(i) * 1000, 1000) != piece) return false;
+            }
+            return true;
+        });
+        line.step([&] { return ZeroFileRange(file, 0, mib); });
+        line.step([&] { return put(create_file(folder.file("b")), std::string(4 * mib, 'b')); });
+        line.step([&] { return put_at(file, 500000, piece); });
+        line.step([] { return GetLastError(); });
+        line.step([&] { return unlink(folder.file("b").c_str()) == 0 && CloseHandle(file); });
+    });
+    if (!child.next()) GTEST_SKIP() << "this process may not mount a small disk";
+    EXPECT_EQ(child.next(), ENOSPC);
+    const int64_t pieces = child.next();
+    EXPECT_GT(pieces, 3000) << "all of the disk was used";
+    EXPECT_LT(child.next(), 1000) << "the end is that of what was written";
+    EXPECT_TRUE(child.next());
+    EXPECT_TRUE(child.next()) << "a hole";
+    EXPECT_FALSE(child.next()) << "somebody else takes its place";
+    EXPECT_FALSE(child.next()) << "a write into the hole";
+    EXPECT_EQ(child.next(), ENOSPC);
+    EXPECT_TRUE(child.next());
+    EXPECT_EQ(child.wait_for_end(), 0);
+}
+
+TEST_F(Mapping, AFileGrowsUpToALimitAndNotAheadOfIt)
+{
+    const temp_folder folder;
+    child_process child([&](const child_line& line) {
+        const rlimit limit = {2 * mib + 5000, RLIM_INFINITY};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const file_handle file = create_file(folder.file("a"), share::none);
+        line.step([&] {
+            while (put(file, std::string(1000, 'p'))) continue;
+            return end_of(file);
+        });
+        line.step([&] { return std::filesystem::file_size(folder.file("a")) <= limit.rlim_cur; });
+    });
+    EXPECT_EQ(child.next(), (2 * mib + 5000) / 1000 * 1000);
+    EXPECT_TRUE(child.next());
+    EXPECT_EQ(child.wait_for_end(), 0);
+}
+
+// Bus errors of others, who stood there before us or came after.
+
+sigjmp_buf way_out;
+volatile sig_atomic_t answered = 0;
+void answer_plainly(int) { answered = answered + 1; }
+void answer_and_leave(int, siginfo_t* facts, void*)
+{
+    answered = facts->si_code > 0 ? 100 : 1;
+    siglongjmp(way_out, 1);
+}
+
+void stand(void (*plain)(int), void (*full)(int, siginfo_t*, void*) = nullptr)
+{
+    struct sigaction action = {};
+    if (full != nullptr) {
+        action.sa_sigaction = full;
+        action.sa_flags = SA_SIGINFO;
+    } else {
+        action.sa_handler = plain;
+    }
+    sigaction(SIGBUS, &action, nullptr);
+}
+
+// A mapping of the test's own, with nothing behind it.
+char* bad_page(const temp_folder& folder)
+{
+    const int descriptor = ::open(folder.file("foreign").c_str(), O_RDWR | O_CREAT, 0600);
+    return static_cast<char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0));
+}
+
+void meet_bus_error(const temp_folder& folder)
+{
+    static_cast<void>(*static_cast<volatile char*>(bad_page(folder)));
+}
+
+bool stands_there(void (*full)(int, siginfo_t*, void*))
+{
+    struct sigaction present = {};
+    return sigaction(SIGBUS, nullptr, &present) == 0 && present.sa_sigaction == full;
+}
+
+TEST_F(Mapping, BusErrorsOfOthersGoToWhomTheyWentBefore)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    ASSERT_TRUE(CloseHandle(create_file(name)));
+    child_process child([&](const child_line& line) {
+        line.step([&] {
+            stand(nullptr, answer_and_leave);
+            open_file(name, share::none);
+            if (sigsetjmp(way_out, 1) == 0) meet_bus_error(folder);
+            return answered;
+        });
+        line.step([&] {
+            child_process grandchild([](const child_line& to_child) {
+                to_child.step([] { return stands_there(answer_and_leave); });
+            });
+            return grandchild.next();
+        });
+        line.step([&] { return CloseHandle(0) && stands_there(answer_and_leave); });
+        line.step([&] {
+            open_file(name, share::none);
+            answered = 0;
+            uint32_t moved = 0;
+            put(0, std::string(4096, 'x'));
+            move(0, 0);
+            if (sigsetjmp(way_out, 1) == 0) WriteFile(0, bad_page(folder), 4096, moved);
+            return answered == (is_built_to_map ? 100 : 0) && CloseHandle(0);
+        });
+        line.step([&] {
+            answered = 0;
+            stand(answer_plainly);
+            open_file(name, share::none);
+            raise(SIGBUS);
+            return answered;
+        });
+        line.step([&] {
+            CloseHandle(0);
+            stand(SIG_IGN);
+            open_file(name, share::none);
+            return raise(SIGBUS);
+        });
+        line.receive();
+        meet_bus_error(folder);
+    });
+    EXPECT_EQ(child.next(), 100) << "a fault, with its facts, to a handler that jumps out";
+    EXPECT_TRUE(child.next()) << "who stood there before stands there in a forked child";
+    EXPECT_TRUE(child.next()) << "and after the close";
+    EXPECT_TRUE(child.next()) << "a fault in the caller's own bytes, in the midst of our copy";
+    EXPECT_EQ(child.next(), 1) << "a signal that was sent, to a plain handler";
+    EXPECT_EQ(child.next(), 0) << "ignored";
+    child.line().send(0);
+    EXPECT_EQ(WTERMSIG(child.wait_for_end()), SIGBUS) << "a fault, which can't be ignored";
+
+    for (const bool sent : {false, true}) {
+        child_process doomed([&](const child_line& line) {
+            signal(SIGBUS, SIG_DFL);
+            const file_handle file = open_file(name, share::none);
+            line.receive();
+            if (sent)
+                raise(SIGBUS);
+            else
+                meet_bus_error(folder);
+            CloseHandle(file);
+        });
+        doomed.line().send(0);
+        EXPECT_EQ(WTERMSIG(doomed.wait_for_end()), SIGBUS) << "nobody stood there";
+    }
+}
+
+// Each row prepares a process in which a view can't be had, or a bus error under it not be
+// answered.
+TEST_F(Mapping, WhereItCannotBeReliedOnTheFileIsServedWithoutIt)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const std::string second = folder.file("b");
+    ASSERT_TRUE(CloseHandle(create_file(second)));
+    const auto block_bus_errors = [] {
+        sigset_t all;
+        sigfillset(&all);
+        return sigprocmask(SIG_BLOCK, &all, nullptr) == 0;
+    };
+    const auto stand_above = [&] {
+        open_file(second, share::none);
+        stand(answer_plainly);
+        return true;
+    };
+    const auto refuse_views = [] { return refuse_calls({{SYS_mmap, ENOMEM, 3, MAP_SHARED}}); };
+    const auto hide_file_system = [] { return refuse_calls({{SYS_fstatfs, EACCES}}); };
+    const std::function<bool()> rows[] = {block_bus_errors, stand_above, refuse_views,
+                                          hide_file_system};
+    int line_number = 0;
+    for (const std::function<bool()>& prepare : rows) {
+        SCOPED_TRACE(line_number++);
+        child_process child([&](const child_line& line) {
+            line.step([&] { return prepare(); });
+            const file_handle file = create_file(name, share::none);
+            line.step([&] { return is_mapped(name); });
+            line.step([&] { return put(file, std::string(2 * mib, 'x')); });
+            line.step([&] {
+                return truncate(name.c_str(), 100) == 0 && get(file, 50, 100).size() == 50;
+            });
+            line.step([&] { return CloseHandle(file); });
+        });
+        if (!child.next()) GTEST_SKIP() << "this system doesn't let a process refuse calls";
+        EXPECT_FALSE(child.next());
+        for (int i = 0; i < 3; ++i) EXPECT_TRUE(child.next());
+        EXPECT_EQ(child.wait_for_end(), 0);
+        EXPECT_TRUE(DeleteFileA(name.c_str()));
+    }
+}
+
+} // namespace
+} // namespace tarsil::platform
