@@ -1,0 +1,375 @@
+// The calls stand in one table, a line each; what they need is gathered in `life`.
+#include "tests/support/hostile_life.h"
+
+#include "tarsil32_text.h"
+#include "tests/sim/sim.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <vector>
+
+namespace tarsil::support {
+namespace {
+
+using buffer = std::vector<char>;
+
+constexpr const char* data_name = "hostile.dat";
+constexpr const char* index_name = "hostile.idx";
+constexpr const char* new_index_name = "new.idx";
+
+// No program has longer records to store than this, whatever a header says.
+constexpr int64_t longest_own_record = 1 << 16;
+// Of the platform, in one call on files of some kilobytes.
+constexpr uint64_t most_platform_calls = 200000;
+
+struct life {
+    int32_t data = -1;
+    int32_t index = -1;
+    uint8_t first = 0; // arguments of the call
+    uint8_t second = 0;
+    int32_t deleted = 0;
+    int32_t number = 0;
+    buffer record;
+    buffer value;
+    buffer scratch;
+
+    int32_t key() const { return second % 4; }
+    int32_t record_number() const { return first < 250 ? first : first - 255; }
+    int32_t mode() const { return first % 3; }
+    char letter() const { return first % 2 == 0 ? 'y' : 'n'; }
+};
+
+int32_t record_length(const life& of)
+{
+    int32_t records = 0;
+    int32_t deleted = 0;
+    int32_t length = 0;
+    int32_t current = 0;
+    int32_t fields = 0;
+    return tsstatd32(of.data, &records, &deleted, &length, &current, &fields) == TS_OK ? length : 0;
+}
+
+// The longest record that can be delivered: the file's own length, and never more than the file.
+size_t room(const life& of)
+{
+    const int64_t length = record_length(of);
+    const int64_t bytes = static_cast<int64_t>(sim::bytes(data_name).size());
+    const int64_t most = length > 0 ? std::min(length, bytes) : bytes;
+    return static_cast<size_t>(std::max<int64_t>(most, 1));
+}
+
+// The length of a record of the program's own, or 0 if it has none that long.
+int32_t own_length(const life& of)
+{
+    const int64_t length = record_length(of);
+    if (length > longest_own_record) return 0;
+    return length > 0 ? static_cast<int32_t>(length) : 1 + of.second % 60;
+}
+
+int32_t value_bytes(const life& of)
+{
+    int32_t order = 0;
+    int32_t node_bytes = 0;
+    char cursor = 0;
+    key_report report = {};
+    if (tsstati32(of.data, of.index, of.key(), &order, &node_bytes, &cursor, &report) != TS_OK)
+        return 0;
+    int32_t bytes = 0;
+    for (int32_t i = 0; i < report.field_count; ++i) bytes += report.lengths[i];
+    return bytes;
+}
+
+void make_own_record(life& of, int32_t length)
+{
+    of.record.assign(static_cast<size_t>(length), static_cast<char>(of.first));
+    of.scratch.assign(static_cast<size_t>(length), 0);
+}
+
+// tsrecd32 tells the length as it stands in the frame, which may be any number.
+bool can_be_length(int32_t length) { return length > 0 && length <= longest_own_record; }
+
+// An update in a file of variable length needs the length that is stored.
+template <typename Call> int32_t update(life& of, Call call)
+{
+    int32_t length = own_length(of);
+    int32_t stored = 0;
+    const bool is_variable = record_length(of) == TS_VARIABLE_LENGTH;
+    if (is_variable && tsrecd32(of.data, &of.number, &of.deleted, &stored) == TS_OK)
+        length = can_be_length(stored) ? stored : 0;
+    if (length == 0) return TS_OK;
+    make_own_record(of, length);
+    return call(length);
+}
+
+int32_t add(life& of, char duplicates)
+{
+    const int32_t length = own_length(of);
+    if (length == 0) return TS_OK;
+    make_own_record(of, length);
+    return tsadd32(of.data, of.record.data(), length, duplicates);
+}
+
+// The way to size a buffer: the length first.
+int32_t read_measured(life& of)
+{
+    int32_t length = 0;
+    const int32_t code = tsrecd32(of.data, &of.number, &of.deleted, &length);
+    if (code != TS_OK || !can_be_length(length)) return code;
+    of.record.assign(static_cast<size_t>(length), 0);
+    return tsgetcd32(of.data, of.record.data(), &of.deleted);
+}
+
+int32_t read_facts(life& of)
+{
+    int32_t facts[5] = {};
+    int32_t code = tsstatd32(of.data, &facts[0], &facts[1], &facts[2], &facts[3], &facts[4]);
+    if (code != TS_OK || facts[4] < 0 || facts[4] > longest_own_record) return code;
+    std::vector<field_entry> fields(static_cast<size_t>(facts[4]));
+    code = tsfields32(of.data, fields.data());
+    if (code < 0) return code;
+    return tsvernum32(2, &facts[0], &facts[1], of.data, of.index);
+}
+
+int32_t build_index(life& of)
+{
+    if (sim::exists(new_index_name)) return TS_OK;
+    key_definition definition = {};
+    definition.cursor = 'y';
+    definition.order = 2;
+    definition.field_count = 2;
+    std::memcpy(definition.types, "is", 2);
+    definition.lengths[1] = 1 + of.first;
+    definition.offsets[1] = of.second;
+    const int32_t code = tscrindd32(of.data, new_index_name, 1, &definition, of.record.data());
+    if (code >= 0) tsclosei32(of.data, code);
+    return code;
+}
+
+int32_t rebuild(life& of)
+{
+    const int32_t closed = tsclosed32(of.data);
+    if (closed != TS_OK) return closed;
+    of.record.assign(sim::bytes(data_name).size() + 1, 0);
+    const int32_t code = tsrbdbh32(data_name, of.record.data());
+    if (code < 0) return code;
+    of.data = code;
+    char cursors[] = "ynyynyyn";
+    of.index = tsopeni32(of.data, index_name, cursors);
+    return of.index;
+}
+
+int32_t open_again(life& of)
+{
+    const int32_t closed = tsclosed32(of.data);
+    if (closed != TS_OK) return closed;
+    of.data = tsopend32(data_name);
+    if (of.data < 0) return of.data;
+    char cursors[] = "yyyyyyyy";
+    of.index = tsopeni32(of.data, index_name, cursors);
+    return of.index;
+}
+
+using made_call = int32_t (*)(life&);
+
+#define DATA_READ(name) [](life& of) { return name(of.data, of.record.data(), &of.deleted); }
+#define KEY_READ(name) \
+    [](life& of) { return name(of.data, of.index, of.key(), of.record.data(), &of.deleted); }
+#define LEADING_READ(name)                                                                    \
+    [](life& of) {                                                                            \
+        return name(of.data, of.index, of.key(), of.value.data(), of.first % 5, of.first / 8, \
+                    of.record.data(), &of.deleted);                                           \
+    }
+#define BY_NUMBER(name) [](life& of) { return name(of.data, of.record_number()); }
+#define BY_VALUE(name) [](life& of) { return name(of.data, of.index, of.key(), of.value.data()); }
+#define BY_CURSOR(name) [](life& of) { return name(of.data, of.index, of.key()); }
+
+constexpr made_call reads[] = {
+    [](life& of) { return tsgetd32(of.data, of.record_number(), of.record.data(), &of.deleted); },
+    DATA_READ(tsgetfd32),
+    DATA_READ(tsgetld32),
+    DATA_READ(tsgetnd32),
+    DATA_READ(tsgetnd32),
+    DATA_READ(tsgetpd32),
+    DATA_READ(tsgetcd32),
+    read_measured,
+    read_facts,
+    KEY_READ(tsgetfi32),
+    KEY_READ(tsgetli32),
+    KEY_READ(tsgetni32),
+    KEY_READ(tsgetni32),
+    KEY_READ(tsgetpi32),
+    KEY_READ(tsgetpi32),
+    KEY_READ(tsgetci32),
+    [](life& of) {
+        return tsgeti32(of.data, of.index, of.key(), of.value.data(), of.record.data(),
+                        &of.deleted);
+    },
+    LEADING_READ(tsgetip32),
+    LEADING_READ(tsgetipp32),
+    [](life& of) { return tssetd2i32(of.data, of.index, of.key(), &of.number); },
+    [](life& of) {
+        return tsseti2d32(of.data, of.index, of.key(), of.record.data(), of.value.data(),
+                          &of.number);
+    },
+    open_again,
+};
+
+constexpr made_call changes[] = {
+    [](life& of) { return add(of, 'y'); },
+    [](life& of) { return add(of, 'n'); },
+    [](life& of) { return add(of, of.letter()); },
+    BY_NUMBER(tsdeld32),
+    [](life& of) { return tsdelcd32(of.data); },
+    BY_VALUE(tsdeli32),
+    BY_CURSOR(tsdelci32),
+    BY_NUMBER(tsundeld32),
+    [](life& of) { return tsudelcd32(of.data); },
+    BY_VALUE(tsundeli32),
+    BY_CURSOR(tsudelci32),
+    [](life& of) {
+        return update(of, [&](int32_t length) {
+            return tsupd32(of.data, of.record_number(), of.record.data(), length, &of.deleted,
+                           of.scratch.data(), of.mode());
+        });
+    },
+    [](life& of) {
+        return update(of, [&](int32_t length) {
+            return tsupcd32(of.data, of.record.data(), length, &of.deleted, of.scratch.data(),
+                            of.mode());
+        });
+    },
+    [](life& of) {
+        return update(of, [&](int32_t length) {
+            return tsupi32(of.data, of.index, of.key(), of.value.data(), of.record.data(), length,
+                           &of.deleted, of.scratch.data(), of.mode());
+        });
+    },
+    [](life& of) {
+        return update(of, [&](int32_t length) {
+            return tsupci32(of.data, of.index, of.key(), of.record.data(), length, &of.deleted,
+                            of.scratch.data(), of.mode());
+        });
+    },
+    build_index,
+    [](life& of) { return tspurge32(of.data, of.record.data(), &of.number); },
+    rebuild,
+    [](life& of) { return tslockd32(of.data); },
+    [](life& of) { return tsulockd32(of.data); },
+    BY_NUMBER(tslockdr32),
+    BY_NUMBER(tsulckdr32),
+    [](life& of) { return tslocki32(of.data, of.index); },
+    [](life& of) { return tsulocki32(of.data, of.index); },
+};
+
+#undef DATA_READ
+#undef KEY_READ
+#undef LEADING_READ
+#undef BY_NUMBER
+#undef BY_VALUE
+#undef BY_CURSOR
+
+void make_room(life& of)
+{
+    of.record.assign(room(of), 0);
+    of.scratch.assign(room(of), 0);
+    // What tsseti2d32 delivers has four bytes more than a value.
+    of.value.assign(static_cast<size_t>(value_bytes(of)) + 4, static_cast<char>(of.first));
+}
+
+std::string what_is_left()
+{
+    std::string left;
+    if (sim::held_ranges() != 0) left += "ranges are held; ";
+    if (sim::open_handles() != 0) left += "files are open; ";
+    tsfree32();
+    if (sim::live_blocks() != 0) left += "memory is not given back; ";
+    return left;
+}
+
+void close_all(const life& of)
+{
+    tsulalld32(of.data);
+    for (int32_t index = 0; index < TS_MAX_INDEX_FILES; ++index) tsulalli32(of.data, index);
+    if (tsclosed32(of.data) != TS_OK) tsclosed32(of.data);
+}
+
+std::string broken_by(int32_t code)
+{
+    if (code < 0 && std::strcmp(tarsil32_code_name(code), "unknown") == 0)
+        return "unknown code " + std::to_string(code);
+    if (sim::calls() > most_platform_calls)
+        return "took " + std::to_string(sim::calls()) + " platform calls";
+    return {};
+}
+
+} // namespace
+
+const size_t reading_calls = std::size(reads);
+const size_t all_calls = std::size(reads) + std::size(changes);
+
+hostile_files sound_files(int32_t record_length)
+{
+    sim::reset();
+    tsinit32();
+    field_entry fields[] = {{0, 'i'}, {8, 's'}};
+    const int32_t data = tscrdata32(data_name, record_length, 2, fields);
+    key_definition keys[] = {
+        {'y', {}, 2, 1, 0, {'i'}, {}, {}},
+        {'n', {}, 2, 3, 0, {'s', 'f', 'h'}, {3, 0, 0}, {4, 8, 2}},
+    };
+    tscrind32(data, index_name, 2, keys);
+    for (int32_t number = 1; number <= 40; ++number) {
+        const int32_t length = record_length > 0 ? record_length : 12 + number % 9;
+        std::string body(static_cast<size_t>(length), static_cast<char>('a' + number % 7));
+        const int32_t id = number * 17 % 41;
+        std::memcpy(body.data(), &id, sizeof id);
+        tsadd32(data, body.data(), length, 'y');
+        if (number % 6 == 0) tsdelcd32(data);
+    }
+    tsclosed32(data);
+    tsfree32();
+    return {sim::bytes(data_name), sim::bytes(index_name)};
+}
+
+std::string live_with(const hostile_files& files, std::span<const uint8_t> script)
+{
+    sim::reset();
+    sim::set_bytes(data_name, files.data);
+    sim::set_bytes(index_name, files.index);
+    const uint8_t around = script.empty() ? 0 : script[0];
+    tsinit32();
+    if ((around & in_shared_mode) != 0) tsmuser32('y');
+    tsautoup32((around & in_write_through) != 0 ? 'y' : 'n');
+    tsdelow32((around & with_reuse) != 0 ? 'y' : 'n');
+
+    life own;
+    std::string broken;
+    bool only_read = true;
+    own.data = tsopend32(data_name);
+    char cursors[] = "yyynyyyy";
+    if (own.data >= 0) own.index = tsopeni32(own.data, index_name, cursors);
+    broken += broken_by(own.data) + broken_by(own.index);
+
+    const size_t calls = std::min<size_t>(script_calls, script.empty() ? 0 : script.size() / 3);
+    for (size_t i = 0; own.data >= 0 && broken.empty() && i < calls; ++i) {
+        const uint8_t* const step = script.data() + 1 + 3 * i;
+        if (step + 3 > script.data() + script.size()) break;
+        const size_t which = step[0] % all_calls;
+        const bool is_read = which < reading_calls;
+        const made_call call = is_read ? reads[which] : changes[which - reading_calls];
+        own.first = step[1];
+        own.second = step[2];
+        make_room(own);
+        only_read = only_read && is_read;
+        sim::count_afresh();
+        broken += broken_by(call(own));
+    }
+
+    if (own.data >= 0) close_all(own);
+    if (only_read && (sim::bytes(data_name) != files.data || sim::bytes(index_name) != files.index))
+        broken += "a file that was only read has changed; ";
+    return broken + what_is_left();
+}
+
+} // namespace tarsil::support
