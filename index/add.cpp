@@ -98,19 +98,20 @@ int32_t examine_candidate_in_index(const add_work& work, int32_t index_handle)
     code = refresh_all_roots(work.data_handle, index_handle);
     if (code != TS_OK) return code;
 
+    bool taken = true;
     const int32_t key_count = index_of(work.data_handle, index_handle).key_count;
-    for (int32_t key_number = 0; key_number < key_count; ++key_number) {
+    for (int32_t key_number = 0; taken && key_number < key_count; ++key_number) {
         search_end end;
         const key_id id = {work.data_handle, index_handle, key_number};
         const int32_t result = tree_search_record(id, work.old_record, work.slot, exact_record,
                                                   end);
         if (result < 0) return result;
-        if (result == not_in_leaf || end.count == 1) return candidate_passed_over;
+        taken = result != not_in_leaf && end.count != 1;
     }
 
     code = release_if_placed(bracket);
     if (code < 0) return code;
-    return candidate_taken;
+    return taken ? candidate_taken : candidate_passed_over;
 }
 
 // The noted slot can be out of date: another process may have used it, or undone its delete, or
@@ -256,6 +257,17 @@ int32_t remove_old_entry(const key_id& id, const add_work& work)
     return TS_OK;
 }
 
+// In single-user mode the copy of the root counts, and nobody knows how far the file has got when a
+// write fails: with another root in the file, the next record would go to a leaf where no search by
+// the file's separators finds it.
+void take_root_as_it_is_in_file(const key_id& id)
+{
+    key_slot& key = key_of(id);
+    if (is_shared() || node_scratch == nullptr) return;
+    if (read_node(id, key.key_record.root_offset, node_scratch) != TS_OK) return;
+    std::memcpy(key.root_node, node_scratch, static_cast<size_t>(key.key_record.node_bytes));
+}
+
 int32_t update_key(const key_id& id, const add_work& work)
 {
     key_slot& key = key_of(id);
@@ -263,6 +275,7 @@ int32_t update_key(const key_id& id, const add_work& work)
     if (is_shared()) code = read_node(id, key.key_record.root_offset, key.root_node);
     if (code == TS_OK && work.old_record.bytes != nullptr) code = remove_old_entry(id, work);
     if (code == TS_OK) code = tree_insert(id, work.record, work.slot);
+    if (code != TS_OK) take_root_as_it_is_in_file(id);
     return code;
 }
 

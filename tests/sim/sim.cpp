@@ -39,6 +39,7 @@ struct file_body {
 
 struct open_entry {
     std::shared_ptr<file_body> file; // none once it is closed
+    std::string name;
     bool may_write = false;
     bool flush_failed = false;
     int32_t position = 0;
@@ -53,6 +54,7 @@ struct simulation {
     uint64_t calls[sim::call_kinds] = {};
     std::optional<sim::fault> planned;
     uint64_t faults_met = 0;
+    uint64_t stray_closes = 0;
     uint64_t party_waits = 0; // calls up to the one before which the other party acts; or 0
     sim::kinds party_where = 0;
     std::function<void()> party_deed;
@@ -84,7 +86,7 @@ std::optional<sim::fault> take_planned(call kind)
 
     const sim::fault met = *world.planned;
     world.planned->at = 1;
-    if (!met.for_good) world.planned.reset();
+    if (--world.planned->times == 0) world.planned.reset();
     ++world.faults_met;
     return met;
 }
@@ -99,11 +101,17 @@ std::optional<sim::fault> begin(call kind)
 }
 
 // And ends here, with its own answer.
-bool end(call kind, int64_t offset, int64_t length, bool done)
+bool end(const sim::logged& call)
 {
-    if (!done) world.last_error = static_cast<uint32_t>(kind) + 1;
-    if (world.recording && !world.party_acts) world.log.push_back({kind, offset, length});
-    return done;
+    if (!call.done) world.last_error = static_cast<uint32_t>(call.kind) + 1;
+    if (world.recording && !world.party_acts) world.log.push_back(call);
+    return call.done;
+}
+
+bool end(call kind, const open_entry* entry, int64_t offset, int64_t length, bool done)
+{
+    return end(
+        {kind, entry == nullptr ? "" : entry->name, offset, length, origin::begin, done, {}});
 }
 
 open_entry* find_open(file_handle file)
@@ -124,11 +132,12 @@ bool may_share(const file_body& file, share wanted)
     return file.opens_alone == 0 && (wanted == share::read_write || file.opens_shared == 0);
 }
 
-file_handle add_open(const std::shared_ptr<file_body>& file, access wanted_access,
+file_handle add_open(const std::shared_ptr<file_body>& file, const char* name, access wanted_access,
                      share wanted_share)
 {
     open_entry entry;
     entry.file = file;
+    entry.name = name;
     entry.may_write = wanted_access == access::read_write;
     if (wanted_share == share::read_write)
         entry.opens_alike = &file->opens_shared;
@@ -152,7 +161,7 @@ file_handle open_or_create(const char* name, access wanted_access, share wanted_
     }
     if (!file || !may_share(*file, wanted_share)) return no_file;
     if (writing && !file->may_be_written) return no_file;
-    return add_open(file, wanted_access, wanted_share);
+    return add_open(file, name, wanted_access, wanted_share);
 }
 
 void release_all(open_entry& entry, file_handle file)
@@ -193,7 +202,7 @@ file_handle CreateFileA(const char* name, access wanted_access, share wanted_sha
     const bool fails = begin(kind).has_value();
     const file_handle file = fails ? no_file
                                    : open_or_create(name, wanted_access, wanted_share, how);
-    end(kind, 0, 0, file != no_file);
+    end({kind, name == nullptr ? "" : name, 0, 0, origin::begin, file != no_file, {}});
     return file;
 }
 
@@ -201,8 +210,11 @@ bool CloseHandle(file_handle file)
 {
     const bool fails = begin(call::close).has_value();
     open_entry* const entry = find_open(file);
+    if (entry == nullptr && file != no_file) ++world.stray_closes;
+    const std::string name = entry == nullptr ? "" : entry->name;
+    const bool done = entry != nullptr && !fails;
     if (entry != nullptr) release_all(*entry, file);
-    return end(call::close, 0, 0, entry != nullptr && !fails);
+    return end({call::close, name, 0, 0, origin::begin, done, {}});
 }
 
 bool DeleteFileA(const char* name)
@@ -211,7 +223,7 @@ bool DeleteFileA(const char* name)
     const std::shared_ptr<file_body> file = name == nullptr ? nullptr : find_file(name);
     const bool done = !fails && file && file->may_be_written && may_share(*file, share::none);
     if (done) world.files.erase(name);
-    return end(call::remove, 0, 0, done);
+    return end({call::remove, name == nullptr ? "" : name, 0, 0, origin::begin, done, {}});
 }
 
 bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
@@ -221,13 +233,13 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     open_entry* const entry = find_open(file);
     const int64_t offset = entry == nullptr ? -1 : entry->position;
     if (entry == nullptr || offset + bytes > max_file_bytes)
-        return end(call::read, offset, bytes, false);
+        return end(call::read, entry, offset, bytes, false);
 
     const int64_t left = std::max<int64_t>(size_of(*entry) - offset, 0);
     moved = static_cast<uint32_t>(std::min<int64_t>(granted(met, bytes), left));
     if (moved > 0) std::memcpy(buffer, entry->file->content.data() + offset, moved);
     entry->position += static_cast<int32_t>(moved);
-    return end(call::read, offset, bytes, !is_error(met));
+    return end(call::read, entry, offset, bytes, !is_error(met));
 }
 
 bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved)
@@ -237,13 +249,14 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     open_entry* const entry = find_open(file);
     const int64_t offset = entry == nullptr ? -1 : entry->position;
     const bool possible = entry != nullptr && entry->may_write && offset + bytes <= disk_bytes;
-    if (!possible) return end(call::write, offset, bytes, false);
+    if (!possible) return end(call::write, entry, offset, bytes, false);
 
     moved = granted(met, bytes);
     if (moved > 0)
         put_bytes(entry->file->content, entry->position, {static_cast<const char*>(buffer), moved});
     entry->position += static_cast<int32_t>(moved);
-    return end(call::write, offset, bytes, !is_error(met));
+    return end({call::write, entry->name, offset, bytes, origin::begin, !is_error(met),
+                world.recording ? std::string(static_cast<const char*>(buffer), moved) : ""});
 }
 
 uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
@@ -254,7 +267,9 @@ uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
     if (entry != nullptr && from == origin::end) place = size_of(*entry);
     place += distance;
     const bool possible = entry != nullptr && place >= 0 && place <= max_file_bytes;
-    if (!end(call::position, place, 0, possible && !fails)) return invalid_position;
+    const std::string name = entry == nullptr ? "" : entry->name;
+    if (!end({call::position, name, place, 0, from, possible && !fails, {}}))
+        return invalid_position;
     entry->position = static_cast<int32_t>(place);
     return static_cast<uint32_t>(place);
 }
@@ -272,7 +287,7 @@ bool LockFile(file_handle file, int32_t offset, int32_t length)
         });
         if (done) held.push_back({file, offset, stop});
     }
-    return end(call::lock, offset, length, done);
+    return end(call::lock, entry, offset, length, done);
 }
 
 bool UnlockFile(file_handle file, int32_t offset, int32_t length)
@@ -284,16 +299,16 @@ bool UnlockFile(file_handle file, int32_t offset, int32_t length)
                       std::erase_if(entry->file->held, [&](const held_bytes& held) {
                           return held.owner == file && held.offset == offset && held.end == stop;
                       }) > 0;
-    return end(call::unlock, offset, length, done);
+    return end(call::unlock, entry, offset, length, done);
 }
 
 bool FlushFileBuffers(file_handle file)
 {
     const bool fails = begin(call::flush).has_value();
     open_entry* const entry = find_open(file);
-    if (entry == nullptr) return end(call::flush, 0, 0, false);
+    if (entry == nullptr) return end(call::flush, entry, 0, 0, false);
     if (fails) entry->flush_failed = true;
-    return end(call::flush, 0, 0, !entry->flush_failed);
+    return end(call::flush, entry, 0, 0, !entry->flush_failed);
 }
 
 bool ZeroFileRange(file_handle file, int32_t offset, int32_t length)
@@ -305,7 +320,7 @@ bool ZeroFileRange(file_handle file, int32_t offset, int32_t length)
     if (possible)
         entry->file->content.replace(static_cast<size_t>(offset), static_cast<size_t>(length),
                                      static_cast<size_t>(length), '\0');
-    return end(call::zero, offset, length, possible);
+    return end(call::zero, entry, offset, length, possible);
 }
 
 uint32_t GetLastError() { return world.last_error; }
@@ -315,7 +330,7 @@ void* LocalAlloc(size_t bytes)
     const bool fails = begin(call::allocate).has_value();
     void* const block = fails ? nullptr : std::calloc(1, bytes);
     if (block != nullptr) world.blocks.insert(block);
-    end(call::allocate, 0, static_cast<int64_t>(bytes), block != nullptr);
+    end(call::allocate, nullptr, 0, static_cast<int64_t>(bytes), block != nullptr);
     return block;
 }
 
@@ -368,6 +383,24 @@ size_t held_ranges()
 }
 
 size_t live_blocks() { return world.blocks.size(); }
+uint64_t stray_closes() { return world.stray_closes; }
+
+std::vector<range> ranges()
+{
+    std::vector<range> all;
+    for (const auto& [name, file] : world.files) {
+        for (const held_bytes& held : file->held)
+            all.push_back({name, held.offset, held.end - held.offset});
+    }
+    return all;
+}
+
+std::map<std::string, std::string> files()
+{
+    std::map<std::string, std::string> all;
+    for (const auto& [name, file] : world.files) all[name] = file->content;
+    return all;
+}
 
 bool exists(const std::string& name) { return find_file(name) != nullptr; }
 

@@ -10,8 +10,11 @@
 
 #include "platform/platform.h"
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace tarsil::sim {
@@ -43,9 +46,11 @@ inline constexpr kinds transfers = only(call::read) | only(call::write);
 // and the call succeeds.
 enum class failure : uint8_t { error, one_byte_short };
 
+inline constexpr uint64_t for_good = UINT64_MAX;
+
 struct fault {
     uint64_t at = 1;        // the first call to fail, counted from now on; 1 is the next one
-    bool for_good = false;  // that call alone, or it and all calls after it
+    uint64_t times = 1;     // how many calls fail from that one on
     kinds where = any_kind; // only calls of these kinds count and fail
     failure how = failure::error;
 };
@@ -70,18 +75,37 @@ size_t open_handles();
 size_t held_ranges();
 size_t live_blocks();
 
+// Closes of handles that weren't open, apart from no_file.
+uint64_t stray_closes();
+
+struct range {
+    std::string file;
+    int64_t offset;
+    int64_t length;
+    bool operator<(const range& other) const
+    {
+        return std::tie(file, offset, length) < std::tie(other.file, other.offset, other.length);
+    }
+};
+std::vector<range> ranges();
+
 // Files past all sharing and locking, as a foreign program has them. set_bytes creates what isn't
 // there; bytes of such a file are none.
+std::map<std::string, std::string> files();
 bool exists(const std::string& name);
 std::string bytes(const std::string& name);
 void set_bytes(const std::string& name, const std::string& content);
 void forbid_writing(const std::string& name);
 
-// What recording keeps, from start_recording on.
+// What recording keeps, from start_recording on. The offset of a position is where it led to.
 struct logged {
     call kind;
+    std::string file;
     int64_t offset;
     int64_t length;
+    platform::origin from; // of a position
+    bool done;
+    std::string written; // by a write
 };
 
 void start_recording();

@@ -320,7 +320,7 @@ TEST_F(Change, TheSearchForTheNextSlotGivesUpWithoutHarm)
     // The first read is of the mark; the slot that stays noted names a live record, which an add
     // must not overwrite.
     prepare_two();
-    sim::plan({.at = 2, .for_good = true, .where = sim::only(sim::call::read)});
+    sim::plan({.at = 2, .times = sim::for_good, .where = sim::only(sim::call::read)});
     EXPECT_EQ(tsundeld32(0, 1), TS_FRAME_READ_SHORT);
     sim::clear_fault();
     EXPECT_EQ(noted(), 28);

@@ -192,7 +192,7 @@ TEST_F(MultiUser, PositionAndTries)
         EXPECT_GE(tsulalld32(0), 0);
     }
     sim::count_afresh();
-    sim::plan({.for_good = true, .where = sim::only(sim::call::lock)});
+    sim::plan({.times = sim::for_good, .where = sim::only(sim::call::lock)});
     EXPECT_EQ(place(100, 1), TS_LOCK_REFUSED);
     EXPECT_EQ(sim::calls(sim::call::lock), 3U);
     EXPECT_EQ(entry(0).offset, no_offset);

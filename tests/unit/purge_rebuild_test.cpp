@@ -161,7 +161,8 @@ TEST_F(Purge, WhichBracketsStay)
         start_over(mode::shared);
         make({"aaaa1", "BBBB2", "cccc3"}, 5);
         const bool lasting = r.failing == sim::call::lock; // one refusal would be passed over
-        sim::plan({.at = r.at, .for_good = lasting, .where = sim::only(r.failing)});
+        sim::plan(
+            {.at = r.at, .times = lasting ? sim::for_good : 1, .where = sim::only(r.failing)});
         int32_t removed = 0;
         const int32_t code = purge(removed);
         sim::clear_fault();

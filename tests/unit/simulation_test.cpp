@@ -18,11 +18,11 @@ TEST(Simulation, TheNthCallOfTheKindsNamedFailsOnceOrForGood)
     } rows[] = {
         {{.at = 1}, "-+++++", 1},
         {{.at = 4}, "+++-++", 1},
-        {{.at = 4, .for_good = true}, "+++---", 3},
+        {{.at = 4, .times = for_good}, "+++---", 3},
         {{.at = 7}, "++++++", 0},
         {{.at = 2, .where = only(call::lock)}, "++-+++", 1},
-        {{.at = 2, .for_good = true, .where = only(call::lock)}, "++-+-+", 2},
-        {{.at = 1, .for_good = true, .how = failure::one_byte_short}, "+s+s+s", 3},
+        {{.at = 2, .times = for_good, .where = only(call::lock)}, "++-+-+", 2},
+        {{.at = 1, .times = for_good, .how = failure::one_byte_short}, "+s+s+s", 3},
     };
     for (const auto& r : rows) {
         reset();
