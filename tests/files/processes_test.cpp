@@ -4,6 +4,7 @@
 #include "check/report_text.h"
 #include "tests/support/child_process.h"
 #include "tests/support/party.h"
+#include "tests/support/settings.h"
 #include "tests/support/temp_folder.h"
 
 #include <cstring>
@@ -14,11 +15,7 @@
 namespace tarsil::support {
 namespace {
 
-int64_t scale()
-{
-    const char* value = std::getenv("TARSIL32_PROCESS_SCALE");
-    return value == nullptr ? 1 : std::atoll(value);
-}
+int64_t scale() { return setting("TARSIL32_PROCESS_SCALE", 1); }
 
 check::byte_span span_of(const std::string& bytes)
 {

@@ -4,6 +4,7 @@
 #include "check/index_check.h"
 #include "check/report_text.h"
 #include "tests/support/library_fixture.h"
+#include "tests/support/settings.h"
 
 #include <algorithm>
 #include <random>
@@ -84,8 +85,7 @@ struct Building : support::Library,
                   testing::WithParamInterface<std::tuple<shape, uint32_t, pattern>> {
     int32_t record_count(int32_t length) const
     {
-        const char* value = std::getenv("TARSIL32_BUILD_RECORDS");
-        const int32_t most = value == nullptr ? 20000 : std::atoi(value);
+        const auto most = static_cast<int32_t>(support::setting("TARSIL32_BUILD_RECORDS", 20000));
         const auto& [of, order, how] = GetParam();
         const bool largest = order == 0 && how == pattern::random;
         const int32_t room = 20000000 / length; // of the simulated disk

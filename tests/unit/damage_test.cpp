@@ -9,6 +9,7 @@
 #include "index/index_format.h"
 #include "tests/support/hostile_life.h"
 #include "tests/support/library_fixture.h"
+#include "tests/support/settings.h"
 
 #include <climits>
 #include <random>
@@ -17,12 +18,6 @@ namespace tarsil {
 namespace {
 
 using namespace support;
-
-long long setting(const char* name, long long otherwise)
-{
-    const char* const told = std::getenv(name);
-    return told == nullptr ? otherwise : std::atoll(told);
-}
 
 // A number or letter of a file, `bytes` long.
 struct place {

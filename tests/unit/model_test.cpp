@@ -10,8 +10,8 @@
 #include "tests/unit/model_life.h"
 
 #include "tests/sim/sim.h"
+#include "tests/support/settings.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -71,16 +71,11 @@ int64_t life::run(int64_t limit)
 
 namespace {
 
-int64_t number_from(const char* variable, int64_t otherwise)
-{
-    const char* value = std::getenv(variable);
-    return value == nullptr ? otherwise : std::atoll(value);
-}
-
 TEST(Model, AnswersAsTheLibraryDoes)
 {
-    const auto seed = static_cast<uint64_t>(number_from("TARSIL32_MODEL_SEED", 20100210));
-    const int64_t operations = number_from("TARSIL32_MODEL_OPERATIONS", 120000);
+    const auto seed = static_cast<uint64_t>(
+        tarsil::support::setting("TARSIL32_MODEL_SEED", 20100210));
+    const int64_t operations = tarsil::support::setting("TARSIL32_MODEL_OPERATIONS", 120000);
     std::mt19937_64 random(seed);
     std::cout << "seed " << seed << "\n";
     int64_t done = 0;
