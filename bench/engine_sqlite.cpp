@@ -1,8 +1,8 @@
 // SQLite with prepared statements, synchronous=OFF, a cache that holds everything and a mapped
 // file. Records are an id and the rest as one blob; where other keys are wanted, a column each.
 //
-// The journal decides what a kill in the middle of a statement leaves: with a write-ahead log the
-// statement has happened or not.
+// The journal is a write-ahead log. journal_mode=OFF and MEMORY write up to twice as fast, but a
+// kill in the middle of a statement then breaks the file and takes records of earlier calls along.
 #include <cstddef>
 
 #include <sched.h>
@@ -48,7 +48,8 @@ void open(const opening& how)
     well(sqlite3_open_v2("store.sqlite", &base, flags, nullptr), "sqlite3_open_v2");
     sqlite3_busy_handler(base, again, nullptr);
     if (!how.shared) run("PRAGMA locking_mode=EXCLUSIVE");
-    run("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF; PRAGMA cache_size=-1000000;"
+    run("PRAGMA journal_mode=WAL; PRAGMA wal_autocheckpoint=10000; PRAGMA synchronous=OFF; PRAGMA "
+        "cache_size=-1000000;"
         "PRAGMA mmap_size=8000000000; PRAGMA temp_store=MEMORY; PRAGMA cache_spill=OFF");
     const bool keys = kind == three_keys;
     if (how.create) {
@@ -197,7 +198,8 @@ void commit() { run("COMMIT"); }
 
 extern const engine sqlite_engine = {
     "SQLite",
-    "journal_mode=WAL, synchronous=OFF, locking_mode=EXCLUSIVE (not for two processes), "
+    "journal_mode=WAL, wal_autocheckpoint=10000, synchronous=OFF, locking_mode=EXCLUSIVE (not for "
+    "two processes), "
     "prepared statements, cache_size 1 GB, mmap_size 8 GB, temp_store=MEMORY",
     true,
     true,

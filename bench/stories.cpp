@@ -6,8 +6,8 @@
 #include "bench/stories.h"
 
 #include <atomic>
-#include <chrono>
 #include <csignal>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -31,10 +31,11 @@ struct scene {
     record batch[batch_size];
 };
 
-double now()
+double now(clockid_t clock = CLOCK_MONOTONIC)
 {
-    const auto since = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration<double>(since).count();
+    timespec at = {};
+    clock_gettime(clock, &at);
+    return static_cast<double>(at.tv_sec) + static_cast<double>(at.tv_nsec) * 1e-9;
 }
 
 long status_kib(const char* name)
@@ -82,9 +83,9 @@ void timed(scene& at, line_id line, Before&& before, Work&& work, After&& after)
         const int32_t count = std::min(batch_size, at.records - first);
         std::memset(at.batch, 0, sizeof at.batch);
         before(first, count);
-        const double start = now();
+        const double start = now(line_clock);
         work(first, count);
-        took += now() - start;
+        took += now(line_clock) - start;
         after(first, count);
         for (int32_t i = 0; i < count; ++i)
             checksum = checksum * 31 + static_cast<uint64_t>(at.batch[i].id);
@@ -165,9 +166,9 @@ void tell_heap(scene& at, bool variable)
     once_each(at);
     if (variable || !with.heap_index) return with.close();
     reset_peak();
-    const double start = now();
+    const double start = now(line_clock);
     with.build();
-    tell(at, line_build, at.records / (now() - start), 0);
+    tell(at, line_build, at.records / (now(line_clock) - start), 0);
     std::vector<int32_t> by_key(at.order.size());
     std::iota(by_key.begin(), by_key.end(), 0);
     time_reads(at, line_walk, with.walk, false, by_key.data());
@@ -401,6 +402,8 @@ void tell_kill(scene& at, int32_t kills)
 }
 
 } // namespace
+
+clockid_t line_clock = CLOCK_MONOTONIC;
 
 void run_story(story told, const engine& with, int32_t records, int report)
 {

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include <ctime>
+
 #include "bench/engine.h"
 
 namespace bench {
@@ -75,6 +77,9 @@ struct measurement {
     int64_t private_kib; // of that at the end of the line: not pages of mapped files
     uint64_t checksum;   // of the records read, in their order: alike for all engines
 };
+
+// What the lines of one process are timed by. With several processes it is always the wall clock.
+extern clockid_t line_clock;
 
 // Runs the story in this process, in the current folder, and writes the measurements to a pipe.
 // Any failure and any record that isn't what it has to be ends the process with 1.
