@@ -75,12 +75,11 @@ TARSIL32_ASSERT_SIZE(field_entry, 8);
 // One key of a new index file. The types are the letters of field_entry with 's' for strings of 1
 // to 256 bytes.
 typedef struct key_definition {
-    char cursor;      // 'y' or 'Y': the key keeps a cursor; 'n' or 'N': it doesn't
-    char unused_1[3]; // not read
-    uint32_t
-        order; // 0: automatic, else 2 or more; rewritten to the entries that a node has room for
-    int32_t field_count;                // 1 to 16
-    int32_t unused_2;                   // not read
+    char cursor;         // 'y' or 'Y': the key keeps a cursor; 'n' or 'N': it doesn't
+    char unused_1[3];    // not read
+    uint32_t order;      // 0: automatic, else 2 or more; rewritten to the entries of a node
+    int32_t field_count; // 1 to 16
+    int32_t unused_2;    // not read
     char types[TS_MAX_KEY_FIELDS];      // one letter per field
     int32_t lengths[TS_MAX_KEY_FIELDS]; // of 's' fields, in bytes; rewritten for all others
     int32_t offsets[TS_MAX_KEY_FIELDS]; // of each field in the record; not tested
@@ -97,8 +96,7 @@ typedef struct key_report {
 } key_report;
 TARSIL32_ASSERT_SIZE(key_report, 152);
 
-// --- Start, stop, options
-// ------------------------------------------------------------------------------------------------
+// --- Start, stop, options ------------------------------------------------------------------------
 
 // Starts the library: all slots free, all options at their defaults. Returns TS_STARTED (1), never
 // 0. Called again without tsfree32 it forgets what is open. Codes: TS_NO_MEMORY_PATH,
@@ -123,8 +121,7 @@ TARSIL32_API void tsdelow32(char letter);
 // precision a tree was built with. Code: TS_BAD_PRECISION.
 TARSIL32_API int32_t tsspdoub32(int32_t precision);
 
-// --- Data files
-// ----------------------------------------------------------------------------------------------------------
+// --- Data files ----------------------------------------------------------------------------------
 
 // Creates a data file and leaves it open, without a current record. record_length: bytes of every
 // record, 1 or more, or TS_VARIABLE_LENGTH. fields: field_count entries, whose lengths are
@@ -165,8 +162,7 @@ TARSIL32_API int32_t tsfields32(int32_t data_handle, field_entry* fields);
 TARSIL32_API int32_t tsvernum32(int32_t mode, int32_t* major_version, int32_t* minor_version,
                                 int32_t data_handle, int32_t index_handle);
 
-// --- Reading records without a key
-// ---------------------------------------------------------------------------------------
+// --- Reading records without a key ---------------------------------------------------------------
 
 // Each reads one record into `record`, sets `deleted`, and makes the record the current one. By
 // number (1 up; in a file of variable length by walking there), the first, last, next, previous,
@@ -186,8 +182,7 @@ TARSIL32_API int32_t tsgetcd32(int32_t data_handle, void* record, int32_t* delet
 TARSIL32_API int32_t tsrecd32(int32_t data_handle, int32_t* record_number, int32_t* deleted,
                               int32_t* length);
 
-// --- Adding
-// --------------------------------------------------------------------------------------------------------------
+// --- Adding --------------------------------------------------------------------------------------
 
 // Stores a record and its keys in every open index; it becomes the current record and every key's
 // cursor stands on it. length: bytes, for files of variable length; else record_length bytes are
@@ -198,8 +193,7 @@ TARSIL32_API int32_t tsrecd32(int32_t data_handle, int32_t* record_number, int32
 TARSIL32_API int32_t tsadd32(int32_t data_handle, const void* record, int32_t length,
                              char duplicates);
 
-// --- Deleting and undeleting
-// ---------------------------------------------------------------------------------------------
+// --- Deleting and undeleting ---------------------------------------------------------------------
 
 // Mark a record deleted, or live again: by number, the current record, the first entry that equals
 // a key value, the record at the cursor of a key. Nothing but the mark and the count of deleted
@@ -219,8 +213,7 @@ TARSIL32_API int32_t tsundeli32(int32_t data_handle, int32_t index_handle, int32
                                 const void* key_value);
 TARSIL32_API int32_t tsudelci32(int32_t data_handle, int32_t index_handle, int32_t key_number);
 
-// --- Updating
-// ------------------------------------------------------------------------------------------------------------
+// --- Updating ------------------------------------------------------------------------------------
 
 // Replace a stored record by `record` of `length` bytes (which counts in files of variable length,
 // where it must equal the stored one: else TS_UPDATE_LENGTH_DIFFERS). If no field of an open key
@@ -242,8 +235,7 @@ TARSIL32_API int32_t tsupci32(int32_t data_handle, int32_t index_handle, int32_t
                               const void* record, int32_t length, int32_t* deleted, void* scratch,
                               int32_t mode);
 
-// --- Maintenance
-// ---------------------------------------------------------------------------------------------------------
+// --- Maintenance ---------------------------------------------------------------------------------
 
 // Takes the deleted records out of the file in place and builds all open indexes anew; records get
 // new numbers. Index files that aren't open are void afterwards. buffer: room for the longest
@@ -257,8 +249,7 @@ TARSIL32_API int32_t tspurge32(int32_t data_handle, void* buffer, int32_t* remov
 // mark, and TS_BODY_READ_SHORT or TS_FRAME_READ_SHORT for a file that is cut.
 TARSIL32_API int32_t tsrbdbh32(const char* name, void* buffer);
 
-// --- Index files
-// ---------------------------------------------------------------------------------------------------------
+// --- Index files ---------------------------------------------------------------------------------
 
 // Creates an index file of key_count keys (0 to 8) for an open data file, empty, and leaves it
 // open. Writes into the definitions: don't use them a second time. Returns the index_handle, 0
@@ -283,8 +274,7 @@ TARSIL32_API int32_t tsopeni32(int32_t data_handle, const char* name, char* curs
 // Closes an index file. Code: TS_CLOSE_INDEX_FAILED.
 TARSIL32_API int32_t tsclosei32(int32_t data_handle, int32_t index_handle);
 
-// --- Reading by key value
-// ------------------------------------------------------------------------------------------------
+// --- Reading by key value ------------------------------------------------------------------------
 
 // key_value: the fields of the key back to back, each in its length, numbers in the byte order of
 // the record. Each read places the key's cursor (if it has one) on the entry found; the current
@@ -304,8 +294,7 @@ TARSIL32_API int32_t tsgetipp32(int32_t data_handle, int32_t index_handle, int32
                                 const void* key_value, int32_t field_count, uint32_t last_length,
                                 void* record, int32_t* deleted);
 
-// --- Reading in key order
-// ------------------------------------------------------------------------------------------------
+// --- Reading in key order ------------------------------------------------------------------------
 
 // Read the record of the first, last, next, previous, current entry of a key and move its cursor
 // there. Among equal values the record stored furthest back in the file comes first. Codes:
@@ -324,8 +313,7 @@ TARSIL32_API int32_t tsgetpi32(int32_t data_handle, int32_t index_handle, int32_
 TARSIL32_API int32_t tsgetci32(int32_t data_handle, int32_t index_handle, int32_t key_number,
                                void* record, int32_t* deleted);
 
-// --- Position exchange and facts of a key
-// --------------------------------------------------------------------------------
+// --- Position exchange and facts of a key --------------------------------------------------------
 
 // Makes the record at the key's cursor the current record and tells its number. Codes:
 // TS_CURSOR_NONE, TS_CURSOR_FILE_CHANGED.
@@ -343,8 +331,7 @@ TARSIL32_API int32_t tsstati32(int32_t data_handle, int32_t index_handle, int32_
                                int32_t* order, int32_t* node_bytes, char* cursor,
                                key_report* report);
 
-// --- Multi-user operation
-// ------------------------------------------------------------------------------------------------
+// --- Multi-user operation ------------------------------------------------------------------------
 
 // 'y' or 'Y': several processes share the files; 'n' or 'N' (default): files are opened for this
 // process alone. Set it before files are opened. Codes: TS_BAD_MULTI_USER_LETTER,
@@ -372,8 +359,7 @@ TARSIL32_API int32_t tsulocki32(int32_t data_handle, int32_t index_handle);
 TARSIL32_API int32_t tsulalld32(int32_t data_handle);
 TARSIL32_API int32_t tsulalli32(int32_t data_handle, int32_t index_handle);
 
-// --- Text services (need no tsinit32)
-// ------------------------------------------------------------------------------------
+// --- Text services (need no tsinit32) ------------------------------------------------------------
 
 // Copies a 0-terminated text and brings it into a normal form, for building key values. flags is a
 // sum of: 1 remove spaces; 2 keep only letters and spaces; 4 keep only digits and spaces; 8 and 16

@@ -49,15 +49,10 @@ in_head { head = head strip($0) "\n"; next }
     text = ""
     next
 }
-/^\/\/ -+$/ { next }
 /^\/\// { text = text strip($0) "\n"; next }
 page == "" && /^(typedef struct|enum) / && !/^enum tarsil32_code/ { in_type = 1; type_text = $0; next }
 in_type {
-    # A member that the layout has broken after its type goes back on one line.
-    line = $0
-    if (broken) sub(/^ +/, " ", line)
-    type_text = type_text (broken ? "" : "\n") line
-    broken = line !~ /[;{,}]|\/\//
+    type_text = type_text "\n" $0
     if ($0 ~ /^}/) {
         type_total++
         type_comment[type_total] = text

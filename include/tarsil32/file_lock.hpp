@@ -61,7 +61,7 @@ public:
             if (code < 0 && first) first = file_->answer(code);
         };
         for (int32_t i = 0; i < TS_MAX_INDEX_FILES; ++i)
-            if ((index_mask_ >> i & 1U) != 0) keep(tsulocki32(file_->handle, i));
+            if ((index_mask_ & open_indexes() & 1U << i) != 0) keep(tsulocki32(file_->handle, i));
         if (has_data_) {
             keep(tsulockd32(file_->handle));
             --file_->whole_locks;
@@ -76,6 +76,9 @@ private:
     friend class index;
 
     explicit file_lock(std::shared_ptr<detail::file_state> file) : file_(std::move(file)) {}
+
+    // An index file that was closed under the lock has taken its range with it.
+    uint32_t open_indexes() const { return all_indexes(*file_); }
 
     // Places all or nothing.
     int32_t try_to_place(bool with_data, uint32_t indexes)
@@ -112,8 +115,10 @@ private:
         const int32_t code = file_->persist(wait,
                                             [&] { return tslockdr32(file_->handle, number); });
         if (code < 0) return file_->answer(code);
-        // Under the lock of the whole file the record is held already, and nothing was placed.
-        if (file_->whole_locks > 0) return {};
+        // Held already, by a lock of the whole file or of this record: nothing was placed.
+        const auto& locked = file_->locked_records;
+        const bool held = std::find(locked.begin(), locked.end(), number) != locked.end();
+        if (held || file_->whole_locks > 0) return {};
         record_ = number;
         file_->locked_records.push_back(number);
         return {};

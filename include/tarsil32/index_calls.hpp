@@ -6,23 +6,6 @@
 
 namespace tarsil {
 
-namespace detail {
-
-// A key over bytes that a record doesn't have would have the library read past the caller's.
-inline status check_shape(const std::vector<field>& shape, int32_t record_length,
-                          const std::string& name, size_t key_number)
-{
-    const size_t bytes = record_length > 0 ? static_cast<size_t>(record_length) : INT32_MAX;
-    for (const field& one : shape) {
-        if (lies_within(one, bytes)) continue;
-        return status(face::bad_layout, name + ", key " + std::to_string(key_number) + ", " +
-                                            one.name + ": outside the record");
-    }
-    return {};
-}
-
-} // namespace detail
-
 inline result<key_facts> key_cursor::facts(const retry_choice& wait) const
 {
     if (!is_open()) return empty();
@@ -168,18 +151,24 @@ inline result<bool> key_cursor::seek_current(const retry_choice& wait) const
 
 // --- Index files of a data file ----------------------------------------------------------------
 
+// A new key over bytes that a record doesn't have is a mistake: all its values would be zeros.
 inline status data_file::check_definitions(std::span<const key_definition> definitions) const
 {
     if (!is_open()) return status(face::empty_handle);
+    const size_t bytes = file_->is_variable() ? detail::reserve::size
+                                              : static_cast<size_t>(file_->record_length);
     for (size_t i = 0; i < definitions.size(); ++i) {
-        status fits = detail::check_shape(detail::fields_of(definitions[i]), file_->record_length,
-                                          "definition", i);
-        if (!fits) return fits;
+        for (const field& one : detail::fields_of(definitions[i])) {
+            if (detail::lies_within(one, bytes)) continue;
+            return status(face::bad_layout,
+                          "key " + std::to_string(i) + ", " + one.name + ": outside the record");
+        }
     }
     return {};
 }
 
-// The object for an index file that the library has just opened: it closes it if a key is unsound.
+// The object for an index file that the library has just opened: it closes it if its keys can't be
+// read. Keys that reach beyond a record are taken as they are; zeros stand for what isn't there.
 inline result<index> data_file::adopt_index(int32_t handle, const std::string& name,
                                             const retry_choice& wait) const
 {
@@ -195,11 +184,6 @@ inline result<index> data_file::adopt_index(int32_t handle, const std::string& n
         const int32_t code = detail::read_key_facts(file_, handle, number, wait, facts);
         if (code == TS_BAD_KEY_NUMBER) break;
         if (code < 0) return status(code, name);
-        status fits = detail::check_shape(facts.fields, file_->record_length, name,
-                                          state->keys.size());
-        if (!fits) return fits;
-        for (const field& one : facts.fields)
-            state->reach = std::max(state->reach, static_cast<size_t>(one.offset + one.length));
         detail::key_state key;
         key.shape = std::move(facts.fields);
         key.has_cursor = facts.has_cursor;

@@ -67,7 +67,7 @@ status read_key(const key_ref& key, record& into, key_read kind, const retry_cho
 {
     if (!key.is_open()) return status(face::empty_handle);
     file_state& file = *key.file();
-    std::byte* const room = file.room();
+    std::byte* const room = file.room_to_read();
     if (room == nullptr) return status(face::no_room, file.name);
     result<file_lock> lock = file_lock();
     if (file.is_variable() || kind == key_read::locked) {

@@ -32,11 +32,13 @@ public:
 
     // Ends the walk behind the last record that isn't behind the value. A leading part, or the
     // beginning of a text, takes in all that begins with it.
-    key_walk& until(result<key_value> last)
+    // Of a walk that has no name yet it gives the walk itself, as a loop over it needs.
+    key_walk& until(result<key_value> last) &
     {
         until_ = std::move(last);
         return *this;
     }
+    key_walk until(result<key_value> last) && { return std::move(until(std::move(last))); }
 
     iterator begin()
     {

@@ -53,9 +53,10 @@ struct record {
     }
 };
 
-// The bytes of a plain struct, for calls that take a record.
+// The bytes of a plain struct, for calls that take a record. Of the struct itself: a pointer to it
+// is refused by the compiler.
 template <class Struct>
-requires(std::is_trivially_copyable_v<Struct> &&
+requires(std::is_trivially_copyable_v<Struct> && !std::is_pointer_v<Struct> &&
          !std::is_convertible_v<const Struct&, std::string_view>)
     std::span<const std::byte> bytes_of(const Struct& value)
 {
@@ -66,6 +67,11 @@ requires(std::is_trivially_copyable_v<Struct> &&
 inline std::span<const std::byte> bytes_of(std::string_view text)
 {
     return std::as_bytes(std::span(text.data(), text.size()));
+}
+// The same of a char array, which needs no zero byte at its end.
+template <size_t Room> std::span<const std::byte> bytes_of(const char (&text)[Room])
+{
+    return bytes_of(std::string_view(text, std::find(text, text + Room, '\0')));
 }
 
 namespace detail {

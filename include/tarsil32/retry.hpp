@@ -38,7 +38,8 @@ using retry_choice = std::optional<retry>;
 
 namespace detail {
 
-// The clock is asked only after a refusal, so that a call that gets through pays nothing.
+// The clock is asked only after a refusal, so that a call that gets through pays nothing. Nothing
+// is added to a caller's times: the longest there are mean "for ever".
 class backoff {
 public:
     explicit backoff(const retry& policy) : policy_(policy), reach_(policy.first) {}
@@ -48,11 +49,12 @@ public:
     {
         using std::chrono::steady_clock;
         const auto now = steady_clock::now();
-        if (waits_ == 0) deadline_ = now + policy_.total;
-        if (now >= deadline_) return false;
-        const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline_ - now);
+        if (waits_ == 0) begin_ = now;
+        const auto waited = std::chrono::floor<std::chrono::microseconds>(now - begin_);
+        if (waited >= policy_.total) return false;
+        const auto left = policy_.total - waited;
+        reach_ = reach_ < policy_.longest / 2 ? reach_ * 2 : policy_.longest;
         std::this_thread::sleep_for(std::min(draw(now.time_since_epoch().count()), left));
-        reach_ = std::min(reach_ * 2, policy_.longest);
         ++waits_;
         return true;
     }
@@ -70,7 +72,7 @@ private:
 
     retry policy_;
     std::chrono::microseconds reach_;
-    std::chrono::steady_clock::time_point deadline_;
+    std::chrono::steady_clock::time_point begin_;
     uint64_t waits_ = 0;
 };
 

@@ -28,6 +28,7 @@ struct library_options {
 namespace detail {
 
 inline constexpr int32_t no_handle = -1;
+inline constexpr int32_t largest_own_room = 1 << 20;
 
 struct session {
     explicit session(const library_options& chosen) : options(chosen) {}
@@ -66,12 +67,24 @@ struct file_state {
     bool is_shared() const { return owner->options.multi_user; }
     bool is_variable() const { return record_length == TS_VARIABLE_LENGTH; }
 
-    // Room for any record that the library may read here, or null.
+    // Room for any record that the library may read here, or null. A header can tell any length,
+    // so that nothing large is allocated by it.
     std::byte* room()
     {
-        if (is_variable() || is_shared()) return reserve::room();
+        if (is_variable() || is_shared() || record_length > largest_own_room)
+            return reserve::room();
         own_room.resize(static_cast<size_t>(record_length));
         return own_room.data();
+    }
+
+    // The same for a read of one record. A damaged frame can deliver less than record_length: then
+    // zeros follow, not what is left of the record before.
+    std::byte* room_to_read()
+    {
+        std::byte* const place = room();
+        if (place != nullptr && !is_variable())
+            std::memset(place, 0, static_cast<size_t>(record_length));
+        return place;
     }
 
     status answer(int32_t code) const { return code < 0 ? status(code, name) : status(code); }
@@ -88,7 +101,6 @@ struct index_state {
     int32_t handle = no_handle;
     std::string name;
     std::vector<key_state> keys;
-    size_t reach = 0; // bytes of a record that its keys look at
 
     ~index_state() { detach(); }
     bool is_open() const { return handle != no_handle && file->handle != no_handle; }
@@ -105,15 +117,6 @@ inline void move_all_cursors(const file_state& file)
     for (index_state* const one : file.indexes)
         if (one != nullptr)
             for (key_state& key : one->keys) ++key.moves;
-}
-
-// The bytes of a record that the open keys look at: the library takes them from the caller's.
-inline size_t reach_of_keys(const file_state& file)
-{
-    size_t reach = 0;
-    for (const index_state* const one : file.indexes)
-        if (one != nullptr) reach = std::max(reach, one->reach);
-    return reach;
 }
 
 // Codes with which a changing call says that it changed nothing. A refused range is none of its

@@ -173,6 +173,9 @@ inline status encode_text(const field& one, std::string_view text, std::vector<s
         return misfit(one, "\"" + std::string(text) + "\" has " + std::to_string(text.size()) +
                                " bytes, the field " + std::to_string(length));
     }
+    const size_t end = std::min(text.find('\0'), text.size());
+    if (text.find_first_not_of('\0', end) != std::string_view::npos)
+        return misfit(one, "a text with a zero byte inside it, where it would end");
     const auto bytes = std::as_bytes(std::span(text.data(), text.size()));
     out.insert(out.end(), bytes.begin(), bytes.end());
     out.resize(out.size() + length - text.size());
@@ -205,11 +208,13 @@ status encode(const field& one, const V& value, std::vector<std::byte>& out, uin
     } else if constexpr (std::is_enum_v<V>) {
         return encode(one, static_cast<std::underlying_type_t<V>>(value), out, text_length);
     } else if constexpr (std::is_floating_point_v<V>) {
+        static_assert(sizeof(V) <= sizeof(double), "no field holds a long double");
         return encode_floating(one, static_cast<double>(value), out);
-    } else if constexpr (std::is_signed_v<V>) {
+    } else if constexpr (std::is_signed_v<V> && sizeof(V) <= sizeof(int64_t)) {
         return encode_integer(one, static_cast<int64_t>(value), out);
     } else {
         static_assert(std::is_integral_v<V>, "a field holds a number or a text");
+        static_assert(sizeof(V) <= sizeof(int64_t), "no field holds so large a number");
         return encode_integer(one, static_cast<uint64_t>(value), out);
     }
 }
@@ -254,7 +259,11 @@ template <class T> result<T> convert(const field_value& value, std::string_view 
     if constexpr (std::is_same_v<T, std::string>) {
         if (const auto* text = std::get_if<std::string>(&value)) return *text;
     } else if constexpr (std::is_floating_point_v<T>) {
-        if (const auto* number = std::get_if<double>(&value)) return static_cast<T>(*number);
+        const auto* number = std::get_if<double>(&value);
+        const double largest{std::numeric_limits<T>::max()};
+        const bool fits = number != nullptr &&
+                          (!std::isfinite(*number) || std::fabs(*number) <= largest);
+        if (fits) return static_cast<T>(*number);
     } else {
         const auto* number = std::get_if<int64_t>(&value);
         if (number != nullptr && std::in_range<T>(*number)) return static_cast<T>(*number);
@@ -336,12 +345,13 @@ inline int order_of_fields(char letter, const std::byte* left, const std::byte* 
     return from_left == from_right ? 0 : from_left < from_right ? -1 : 1;
 }
 
-// The field's bytes, and zeros where the record ends before it.
+// The field's bytes, and zeros where the record has none.
 inline std::array<std::byte, TS_MAX_STRING_FIELD> padded_field(const field& one,
                                                                std::span<const std::byte> bytes)
 {
     std::array<std::byte, TS_MAX_STRING_FIELD> padded{};
-    const auto offset = std::min(static_cast<size_t>(std::max(one.offset, 0)), bytes.size());
+    if (one.offset < 0) return padded;
+    const auto offset = std::min(static_cast<size_t>(one.offset), bytes.size());
     const auto length = static_cast<size_t>(one.length);
     std::copy_n(bytes.data() + offset, std::min(length, bytes.size() - offset), padded.data());
     return padded;

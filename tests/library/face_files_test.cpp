@@ -127,6 +127,9 @@ TEST_F(Face, WalksAKeyInBothDirectionsAndWithinBounds)
     EXPECT_THAT(ids(key.from(key.pack("AT", "H")).until(key.pack("CH", "Zug"))),
                 ElementsAre(6, 3, 5));
     EXPECT_THAT(ids(key.backwards().until(key.pack("CH", "Zug"))), ElementsAre(4, 1, 5));
+    std::vector<int32_t> looped; // the walk has to live as long as the loop
+    for (auto&& one : key.all().until(key.pack("AT"))) looped.push_back(id_of(one));
+    EXPECT_THAT(looped, ElementsAre(2, 6));
     EXPECT_TRUE(key.walk_state());
 }
 
@@ -320,6 +323,37 @@ TEST_F(Face, RebuildsAHeaderAndPurgesVariableRecords)
     ASSERT_TRUE(file.erase(1));
     EXPECT_EQ(*file.purge(), 1);
     EXPECT_EQ(text_of(*file.first()), bodies()[1]);
+}
+
+// --- Files of other programs -------------------------------------------------------------------
+
+TEST_F(Face, DeliversNothingOfTheRecordBeforeForADamagedOne)
+{
+    data_file file = towns();
+    ASSERT_TRUE(file.close());
+    std::string bytes = support::file_bytes(path("towns.dat"));
+    const size_t record_bytes = sizeof(town) + 8;
+    const size_t second = bytes.size() - 5 * record_bytes;
+    bytes.replace(second + 4, 4, std::string("\x04\0\0\0", 4)); // the length in its frame
+    support::set_file_bytes(path("towns.dat"), bytes);
+    file = *library_().open(path("towns.dat"));
+    EXPECT_EQ(id_of(*file.get(1)), 1);
+    const town cut = *file.get(2)->as<town>();
+    EXPECT_EQ(cut.id, 2);
+    EXPECT_EQ(cut.height, 0);
+    EXPECT_STREQ(cut.name, "");
+}
+
+TEST_F(Face, TakesAKeyThatReachesBeyondTheRecord)
+{
+    data_file file = towns();
+    key_definition key =
+        *layout::packed({{"skipped", 's', sizeof(town) - 4}, {"far", 's', 8}}).key({"far"});
+    ASSERT_GE(tscrind32(file.handle(), path("far.idx").c_str(), 1, &key), 0);
+    ASSERT_EQ(tsclosei32(file.handle(), 1), TS_OK);
+    const index_file far = *file.open_index(path("far.idx"));
+    ASSERT_TRUE(file.add(bytes_of(make_town(7, "DE", "Ulm", 478)), duplicates::allow));
+    EXPECT_THAT(ids(far.key(0)->from(far.key(0)->pack(""))), ElementsAre(7));
 }
 
 // --- Misuse ------------------------------------------------------------------------------------

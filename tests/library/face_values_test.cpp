@@ -148,6 +148,7 @@ TEST(FaceValues, PackFieldsBackToBack)
     EXPECT_EQ(whole->field_count, 3);
 
     const char full[6] = {'f', 'u', 'l', 'l', 'l', 'y'}; // no zero byte at its end
+    EXPECT_EQ(bytes_of(full).size(), 6U);
     const result<key_value> part = made.pack(key, full);
     ASSERT_TRUE(part) << part.message();
     EXPECT_EQ(part->field_count, 1);
@@ -186,6 +187,8 @@ TEST(FaceValues, RefuseWhatDoesNotFit)
     EXPECT_TRUE(fits("letter", 'x'));
     EXPECT_FALSE(fits("text", 1));
     EXPECT_FALSE(fits("text", static_cast<const char*>(nullptr)));
+    EXPECT_FALSE(fits("text", std::string("a\0b", 3))) << "it would come back as \"a\"";
+    EXPECT_TRUE(fits("text", std::string("a\0\0", 3)));
     EXPECT_FALSE(fits("signed_word", 1.0));
     EXPECT_TRUE(fits("single", 0.1));
     EXPECT_FALSE(fits("single", 1e39));
@@ -211,6 +214,9 @@ TEST(FaceValues, ComeBackAsTheyWentIn)
     EXPECT_EQ(std::get<double>(*made.value(bytes, "number")), -2.5);
     EXPECT_EQ(made.get<int32_t>(bytes, "unsigned_word").code(), face::does_not_fit);
     EXPECT_EQ(made.get<int32_t>(bytes, "text").code(), face::does_not_fit);
+    EXPECT_EQ(*made.get<float>(bytes, "number"), -2.5F);
+    ASSERT_TRUE(made.set(bytes, "number", 1e39));
+    EXPECT_EQ(made.get<float>(bytes, "number").code(), face::does_not_fit);
     EXPECT_EQ(made.get<double>(std::span(bytes).first(8), "number").code(), face::wrong_length);
 }
 
