@@ -125,7 +125,8 @@ protected:
 
     void TearDown() override
     {
-        std::printf("%lld damaged files, %lld lives, seed %lld\n", damaged, lives, seed);
+        tell_total("damaged files", damaged, seed);
+        tell_total("lives with damaged files", lives, seed);
     }
 
     static check::byte_span span_of(const std::string& bytes)

@@ -13,6 +13,7 @@
 #include "index/index_format.h"
 #include "tests/support/library_fixture.h"
 #include "tests/support/settings.h"
+#include "tests/support/stored_records.h"
 
 #include <map>
 #include <random>
@@ -28,24 +29,6 @@ constexpr size_t sector_bytes = 64; // small, so that records and nodes lie acro
 constexpr int32_t operations = 60;
 
 using files = std::map<std::string, std::string>;
-
-struct stored {
-    char mark;
-    std::string body;
-    bool operator==(const stored&) const = default;
-};
-
-std::vector<stored> records_in(const std::string& data)
-{
-    std::vector<stored> records;
-    const auto end = static_cast<size_t>(load_i32(data.data() + 16));
-    for (size_t at = 28 + static_cast<size_t>(load_i32(data.data() + 24)); at < end;) {
-        const auto length = static_cast<size_t>(load_i32(data.data() + at + 4));
-        records.push_back({data[at], data.substr(at + frame_bytes, length)});
-        at += frame_bytes + length;
-    }
-    return records;
-}
 
 // What a disk has been told and what it has been made to keep.
 class disk {
@@ -127,8 +110,7 @@ class PowerCut : public Library, public testing::WithParamInterface<workload> {
 protected:
     void TearDown() override
     {
-        std::printf("%lld cuts, %lld of them between operations, seed %lld\n", cuts, idle_cuts,
-                    seed);
+        tell_total("power cuts", cuts, seed);
         Library::TearDown();
     }
 
@@ -232,7 +214,6 @@ protected:
             for (long long round = 0; round < (is_between ? 1 : rounds); ++round) {
                 const files kept = told.after_cut(random);
                 ++cuts;
-                idle_cuts += is_between ? 1 : 0;
                 if (is_between)
                     expect_all(kept, states[done], told);
                 else
@@ -252,7 +233,8 @@ protected:
         EXPECT_TRUE(check::check_index_image(span_of(index_bytes), span_of(data_bytes)).is_sound());
     }
 
-    static void expect_all(const files& kept, const std::vector<stored>& records, const disk& told)
+    static void expect_all(const files& kept, const std::vector<stored_record>& records,
+                           const disk& told)
     {
         const std::string& bytes = kept.at(data_name);
         EXPECT_TRUE(check::check_data_image(span_of(bytes)).findings.is_sound());
@@ -262,10 +244,10 @@ protected:
     }
 
     // Of an operation that was cut, the records that are the same before and after it.
-    static void expect_untouched(const files& kept, const std::vector<stored>& before,
-                                 const std::vector<stored>& after)
+    static void expect_untouched(const files& kept, const std::vector<stored_record>& before,
+                                 const std::vector<stored_record>& after)
     {
-        const std::vector<stored> found = repaired(kept.at(data_name));
+        const std::vector<stored_record> found = repaired(kept.at(data_name));
         for (size_t i = 0; i < before.size(); ++i) {
             if (before[i] != after[i]) continue;
             ASSERT_LT(i, found.size()) << "records are lost";
@@ -275,7 +257,7 @@ protected:
     }
 
     // The file cut to whole records, counted anew and with an index that is built anew.
-    static std::vector<stored> repaired(std::string data_bytes)
+    static std::vector<stored_record> repaired(std::string data_bytes)
     {
         const check::data_report report = check::check_data_image(span_of(data_bytes));
         if (!report.is_whole) data_bytes.resize(static_cast<size_t>(report.walk_end));
@@ -299,9 +281,8 @@ protected:
     int32_t data = -1;
     files at_start;
     std::vector<size_t> ends;
-    std::vector<std::vector<stored>> states;
+    std::vector<std::vector<stored_record>> states;
     long long cuts = 0;
-    long long idle_cuts = 0;
 };
 
 TEST_P(PowerCut, LosesNothingThatWasAcknowledged)
