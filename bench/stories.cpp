@@ -130,7 +130,7 @@ void time_reads(scene& at, line_id line, int32_t (*read)(record*, int32_t), bool
             for (int32_t i = 0; i < count; ++i) {
                 const int32_t id = wanted != nullptr ? wanted[first + i] : at.batch[i].id;
                 expect_record(at.batch[i], id, variable);
-                at.other_order[static_cast<size_t>(id)] += 1; // once each
+                at.other_order[static_cast<size_t>(id)] += 1;
             }
         });
     expect(read(at.batch, 1) == 0, "a record too many", at.batch[0].id);
@@ -158,7 +158,9 @@ void read_back(scene& at, char fill, int32_t but = 0)
 void tell_heap(scene& at, bool variable)
 {
     const engine& with = *at.with;
-    at.other_order.assign(static_cast<size_t>(at.records), 0);
+    std::vector<int32_t> by_key(at.order.size());
+    std::iota(by_key.begin(), by_key.end(), 0);
+    at.other_order.assign(at.order.size(), 0); // how often each record was read
     open_store(at, variable ? heap_vary : heap, true);
     time_adds(at, variable ? line_count : line_append, variable);
     time_reads(at, variable ? line_vary : line_sequential, with.scan, variable,
@@ -169,8 +171,6 @@ void tell_heap(scene& at, bool variable)
     const double start = now(line_clock);
     with.build();
     tell(at, line_build, at.records / (now(line_clock) - start), 0);
-    std::vector<int32_t> by_key(at.order.size());
-    std::iota(by_key.begin(), by_key.end(), 0);
     time_reads(at, line_walk, with.walk, false, by_key.data());
     once_each(at);
     with.close();
