@@ -238,7 +238,8 @@ int32_t store_record(add_work& work)
 int32_t remove_old_entry(const key_id& id, const add_work& work)
 {
     search_end end;
-    const int32_t result = tree_search_record(id, work.old_record, work.slot, exact_record, end);
+    const int32_t result = tree_search_record(id, work.old_record, work.slot, exact_record, end,
+                                              leaf_part::whole);
     if (result < 0) return result;
     if (result == not_in_leaf || end.count <= 1) return TS_OK;
 
@@ -250,7 +251,7 @@ int32_t remove_old_entry(const key_id& id, const add_work& work)
     clear_entries(entry_at(key.key_record, key.work_node, end.count - 1), stride, 1);
     set_entry_count(key.key_record, key.work_node, end.count - 1);
 
-    const int32_t code = write_node(id, key.work_node, end.node_offset);
+    const int32_t code = write_node_from(id, key.work_node, end.node_offset, end.position);
     if (code != TS_OK) return code;
     if (end.node_offset == key.key_record.root_offset)
         std::memcpy(key.root_node, key.work_node, static_cast<size_t>(key.key_record.node_bytes));

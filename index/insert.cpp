@@ -1,7 +1,8 @@
 // Insertion where there is room, which is the rule; index/split.cpp makes room where there is none.
 //
 // The record is packed once: the packed key is what the search compares, and with the record's
-// offset in front of it, it is the new entry as it stands.
+// offset in front of it, it is the new entry as it stands. Of a leaf with room only the entries
+// from the new one on are in work_node where no cursor asks for more, and only they are written.
 #include "index/insert.h"
 
 #include <cstring>
@@ -12,9 +13,8 @@
 
 namespace tarsil {
 
-int32_t entry_insert_record(const key_id& id, const leaf_place& place, const unsigned char* packed)
+void put_entry(const key_record& record, const leaf_place& place, const unsigned char* packed)
 {
-    const key_record& record = key_of(id).key_record;
     const auto stride = static_cast<size_t>(entry_stride(record));
     unsigned char* entry = entry_at(record, place.node, place.position);
     // What the last step displaces is an unused entry, so that the cleared ones stay cleared.
@@ -23,7 +23,6 @@ int32_t entry_insert_record(const key_id& id, const leaf_place& place, const uns
     set_entry_link(entry, record_of_packed_key(record, packed));
     std::memcpy(packed_key(entry), packed, static_cast<size_t>(record.entry_key_bytes));
     set_entry_count(record, place.node, place.count + 1);
-    return write_node(id, place.node, place.node_offset);
 }
 
 namespace {
@@ -31,12 +30,16 @@ namespace {
 int32_t insert_into_leaf(const key_id& id, const search_end& place, const unsigned char* packed)
 {
     key_slot& key = key_of(id);
-    const int32_t code = entry_insert_record(
-        id, {key.work_node, place.node_offset, place.position, place.count}, packed);
+    put_entry(key.key_record, {key.work_node, place.node_offset, place.position, place.count},
+              packed);
+    const bool is_root = key.key_record.root_offset == place.node_offset;
+    // What the file holds of the root isn't looked at, so nothing of it is relied on.
+    const int32_t code = write_node_from(id, key.work_node, place.node_offset,
+                                         is_root ? 0 : place.position);
     if (code != TS_OK) return code;
 
     key.position = place.position;
-    if (key.key_record.root_offset == place.node_offset)
+    if (is_root)
         std::memcpy(key.root_node, key.work_node, static_cast<size_t>(key.key_record.node_bytes));
     save_path(key);
     return TS_OK;
@@ -51,7 +54,7 @@ int32_t tree_insert(const key_id& id, const record_image& record, int32_t record
     pack_key(key, record, record_offset, packed);
 
     search_end place;
-    const int32_t result = tree_search(id, packed, exact_record, place);
+    const int32_t result = tree_search(id, packed, exact_record, place, leaf_part::for_insertion);
     if (result < 0) return result;
     // In a sound tree no way ends at a missing child; there is no leaf to put the entry in.
     if (place.node_offset == no_offset) return TS_NODE_DAMAGED;

@@ -28,8 +28,7 @@ struct leaf_place {
     int32_t count; // entries without the new one
 };
 
-// Puts the entry for a packed key into the leaf and writes the node. write_node's codes.
-[[nodiscard]] int32_t entry_insert_record(const key_id& id, const leaf_place& place,
-                                          const unsigned char* packed);
+// Puts the entry for a packed key into the image of the leaf.
+void put_entry(const key_record& record, const leaf_place& place, const unsigned char* packed);
 
 } // namespace tarsil

@@ -16,37 +16,6 @@ namespace tarsil {
 
 namespace {
 
-// A descent relies on these bounds: an entry found by a scan, and the final child behind it, lie
-// within the entries of the node.
-bool is_possible_node(const key_record& key, const unsigned char* node, int32_t offset)
-{
-    const int32_t count = entry_count(key, node);
-    switch (node_type(key, node)) {
-    case node_leaf: return count <= key.max_entries && count >= (offset == key.root_offset ? 0 : 1);
-    case node_branch: return count >= 1 && count <= key.max_entries - 2;
-    default: return false;
-    }
-}
-
-int32_t read_node_as_it_is(const key_id& id, int32_t offset, unsigned char* node)
-{
-    const platform::file_handle file = index_of(id).file;
-    const key_record& key = key_of(id).key_record;
-    if (offset < first_node_offset || !move_to(file, offset)) return TS_NODE_READ_POSITION;
-
-    held_range range;
-    int32_t code = lock_if_needed(
-        range, index_range(id.data_handle, id.index_handle, offset, key.node_bytes));
-    if (code < 0) return code;
-
-    const int32_t bytes = read_file(file, node, key.node_bytes);
-
-    code = release_if_placed(range);
-    if (code < 0) return code;
-    if (bytes != key.node_bytes) return TS_NODE_READ_SHORT;
-    return is_possible_node(key, node, offset) ? int32_t{TS_OK} : int32_t{TS_NODE_DAMAGED};
-}
-
 void set_node_type(const key_record& key, unsigned char* node, char type)
 {
     node[key.node_bytes - 1] = static_cast<unsigned char>(type);
@@ -54,29 +23,75 @@ void set_node_type(const key_record& key, unsigned char* node, char type)
 
 } // namespace
 
-int32_t read_node(const key_id& id, int32_t offset, unsigned char* node)
+// A descent relies on these bounds: an entry found by a scan, and the final child behind it, lie
+// within the entries of the node.
+bool has_possible_shape(const key_record& key, const unsigned char* node, int32_t offset,
+                        node_shape& shape)
 {
-    const int32_t code = read_node_as_it_is(id, offset, node);
-    if (code == TS_OK) return TS_OK;
+    const char type = node_type(key, node);
+    shape = {entry_count(key, node), type == node_leaf};
+    if (type == node_leaf)
+        return shape.count <= key.max_entries && shape.count >= (offset == key.root_offset ? 0 : 1);
+    return type == node_branch && shape.count >= 1 && shape.count <= key.max_entries - 2;
+}
+
+int32_t reach_node(const key_id& id, int32_t offset, held_range& range)
+{
+    if (offset < first_node_offset || !move_to(index_of(id).file, offset))
+        return TS_NODE_READ_POSITION;
+    return lock_if_needed(range, index_range(id.data_handle, id.index_handle, offset,
+                                             key_of(id).key_record.node_bytes));
+}
+
+int32_t fill_node(const key_id& id, int32_t offset, unsigned char* node, held_range& range,
+                  node_shape& shape)
+{
     const key_record& key = key_of(id).key_record;
+    const int32_t bytes = read_file(index_of(id).file, node, key.node_bytes);
+
+    const int32_t code = release_if_placed(range);
+    if (code < 0) return code;
+    if (bytes != key.node_bytes) return TS_NODE_READ_SHORT;
+    return has_possible_shape(key, node, offset, shape) ? int32_t{TS_OK} : int32_t{TS_NODE_DAMAGED};
+}
+
+int32_t spoil_node(const key_record& key, unsigned char* node, int32_t code)
+{
     set_node_type(key, node, node_leaf);
     set_entry_count(key, node, 0);
     return code;
 }
 
+int32_t read_node(const key_id& id, int32_t offset, unsigned char* node)
+{
+    held_range range;
+    node_shape shape;
+    int32_t code = reach_node(id, offset, range);
+    if (code >= 0) code = fill_node(id, offset, node, range, shape);
+    return code == TS_OK ? code : spoil_node(key_of(id).key_record, node, code);
+}
+
 int32_t write_node(const key_id& id, const unsigned char* node, int32_t offset)
 {
+    return write_node_from(id, node, offset, 0);
+}
+
+int32_t write_node_from(const key_id& id, const unsigned char* node, int32_t offset,
+                        int32_t first_changed)
+{
     const platform::file_handle file = index_of(id).file;
-    const int32_t node_bytes = key_of(id).key_record.node_bytes;
+    const key_record& key = key_of(id).key_record;
+    const int32_t node_bytes = key.node_bytes;
+    const int32_t unchanged = first_changed * entry_stride(key);
     if (!fits_in_file(offset, node_bytes)) return TS_NODE_WRITE_POSITION;
-    if (!move_to(file, offset)) return TS_NODE_WRITE_POSITION;
+    if (!move_to(file, offset + unchanged)) return TS_NODE_WRITE_POSITION;
 
     held_range range;
     int32_t code = lock_if_needed(range,
                                   index_range(id.data_handle, id.index_handle, offset, node_bytes));
     if (code < 0) return code;
 
-    const int32_t bytes = write_file(file, node, node_bytes);
+    const int32_t bytes = write_file(file, node + unchanged, node_bytes - unchanged);
     if (is_write_through()) {
         code = flush_file(file, id.data_handle, id.index_handle);
         if (code != TS_OK) return code;
@@ -84,7 +99,7 @@ int32_t write_node(const key_id& id, const unsigned char* node, int32_t offset)
 
     code = release_if_placed(range);
     if (code < 0) return code;
-    if (bytes != node_bytes) return TS_NODE_WRITE_SHORT;
+    if (bytes != node_bytes - unchanged) return TS_NODE_WRITE_SHORT;
     return TS_OK;
 }
 

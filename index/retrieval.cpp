@@ -104,9 +104,8 @@ int32_t tsgetip32(int32_t data_handle, int32_t index_handle, int32_t key_number,
     if (result < 0) return result;
     if (result != TS_OK) return TS_PARTIAL_NO_ENTRY;
 
-    key_slot& key = key_of(id);
-    place_cursor(key, end.position);
-    return read_body(data_handle, record, entry_record_offset(key, end.position), *deleted);
+    place_cursor(key_of(id), end.position);
+    return read_body(data_handle, record, end.link, *deleted);
 }
 
 int32_t tsgetipp32(int32_t data_handle, int32_t index_handle, int32_t key_number,
@@ -119,16 +118,14 @@ int32_t tsgetipp32(int32_t data_handle, int32_t index_handle, int32_t key_number
                                        end);
     if (result < next_is_behind) return result;
 
-    key_slot& key = key_of(id);
-    const int32_t record_offset = entry_record_offset(key, end.position);
-    if (record_offset <= 0) {
+    if (end.link <= 0) {
         // No entry there, as in a key without any: the step back starts from the cursor's own
         // place.
         const int32_t code = read_previous(id, record, deleted);
         return code == TS_OK ? 1 : code;
     }
-    place_cursor(key, end.position);
+    place_cursor(key_of(id), end.position);
     if (result == next_is_behind) return read_before_cursor(id, record, deleted);
-    const int32_t code = read_body(data_handle, record, record_offset, *deleted);
+    const int32_t code = read_body(data_handle, record, end.link, *deleted);
     return code == TS_OK ? result : code;
 }

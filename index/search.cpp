@@ -1,8 +1,10 @@
 // Searching a tree, and the path; see index/search.h.
 //
 // The root is never read here: root_node is the truth, and in multi-user mode the caller has
-// brought it up to date. A root that is a branch is scanned where it lies; work_node becomes a copy
-// of it only where the search ends there, since everybody looks for the leaf in work_node.
+// brought it up to date. Nodes are scanned where they lie, the root in root_node, the others in the
+// file if the platform lets us look there; work_node becomes a copy of the one where the search
+// ends, as far as somebody will look at it. A key with a cursor gets a whole copy after a miss too:
+// a step from there goes by what is in work_node.
 //
 // The scan of a branch matters only by its position: a value equal to a separator goes to the
 // child on its left, of which the separator is the upper bound, and a value behind all separators
@@ -95,6 +97,16 @@ int32_t begin_at_root(key_slot& key, int32_t& node_offset)
     return TS_OK;
 }
 
+// A search on its way down.
+struct descent {
+    key_slot& key;
+    const unsigned char* search_key;
+    char mode;
+    leaf_part wanted;
+    search_end& end;
+    int32_t answer; // of the leaf
+};
+
 int32_t answer_of_leaf(scan_result result, char mode, search_end& end)
 {
     if (result == scan_result::found) return TS_OK;
@@ -102,6 +114,38 @@ int32_t answer_of_leaf(scan_result result, char mode, search_end& end)
     if (result == scan_result::before) return next_is_behind;
     end.position -= 1;
     return not_in_leaf;
+}
+
+// Copies of a node that lies elsewhere what somebody will look at in work_node.
+void keep_part(const descent& way, const unsigned char* node, const node_shape& shape)
+{
+    const key_record& record = way.key.key_record;
+    int32_t first = 0;
+    if (node == way.key.work_node) return;
+    if (!has_cursor(way.key)) {
+        if (way.wanted == leaf_part::nothing) return;
+        const bool is_inserted = way.wanted == leaf_part::for_insertion &&
+                                 shape.count < record.max_entries && node != way.key.root_node;
+        if (is_inserted) first = way.end.position * entry_stride(record);
+    }
+    std::memcpy(way.key.work_node + first, node + first,
+                static_cast<size_t>(record.node_bytes - first));
+}
+
+// Scans one node of the way. Where the way ends, in a leaf or at a missing child, the node goes to
+// work_node as far as it is wanted there.
+void scan_node(descent& way, const unsigned char* node, const node_shape& shape)
+{
+    const key_record& record = way.key.key_record;
+    const bool with_record_offset = way.mode == exact_key || way.mode == exact_record;
+    search_end& end = way.end;
+    end.count = shape.count;
+    const scan_result result = node_scan(record, packed_key(node), way.search_key, shape.count,
+                                         end.position, with_record_offset);
+    if (shape.is_leaf) way.answer = answer_of_leaf(result, way.mode, end);
+    const bool is_entry = end.position >= 0 && end.position < record.max_entries;
+    end.link = is_entry ? entry_link(entry_at(record, node, end.position)) : no_offset;
+    if (shape.is_leaf || end.link == no_offset) keep_part(way, node, shape);
 }
 
 } // namespace
@@ -143,40 +187,40 @@ int32_t read_branch(const key_id& id, int32_t offset)
     return is_leaf(key.key_record, key.work_node) ? int32_t{TS_NODE_DAMAGED} : int32_t{TS_OK};
 }
 
-int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end)
+int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end,
+                    leaf_part wanted)
 {
     key_slot& key = key_of(id);
     const key_record& record = key.key_record;
     int32_t code = begin_at_root(key, end.node_offset);
     if (code != TS_OK) return code;
 
-    const bool with_record_offset = mode == exact_key || mode == exact_record;
-    const unsigned char* node = key.root_node;
-    for (;;) {
-        end.count = entry_count(record, node);
-        const scan_result result = node_scan(record, packed_key(node), search_key, end.count,
-                                             end.position, with_record_offset);
-        if (is_leaf(record, node)) {
-            if (node == key.root_node) copy_root_to_work_node(key);
-            return answer_of_leaf(result, mode, end);
-        }
-
+    descent way = {key, search_key, mode, wanted, end, TS_OK};
+    node_shape shape = {entry_count(record, key.root_node), is_leaf(record, key.root_node)};
+    scan_node(way, key.root_node, shape);
+    while (!shape.is_leaf) {
         code = path_put(end.node_offset, path_end);
         if (code != TS_OK) return code;
-        code = descend_child(id, node, end.position, end.node_offset);
-        if (code == child_missing && node == key.root_node) copy_root_to_work_node(key);
-        if (code == child_missing) return not_in_leaf;
+        end.node_offset = end.link;
+        if (end.node_offset == no_offset) return not_in_leaf;
+
+        key.work_offset = end.node_offset;
+        code = see_node(id, end.node_offset, key.work_node,
+                        [&](const unsigned char* node, const node_shape& seen) {
+                            shape = seen;
+                            scan_node(way, node, seen);
+                        });
         if (code != TS_OK) return code;
-        node = key.work_node;
     }
+    return way.answer;
 }
 
 int32_t tree_search_record(const key_id& id, const record_image& record, int32_t record_offset,
-                           char mode, search_end& end)
+                           char mode, search_end& end, leaf_part wanted)
 {
     unsigned char packed[max_packed_key_bytes];
     pack_key(key_of(id).key_record, record, record_offset, packed);
-    return tree_search(id, packed, mode, end);
+    return tree_search(id, packed, mode, end, wanted);
 }
 
 int32_t check_key(const key_id& id)
@@ -197,9 +241,8 @@ int32_t find_key(const key_id& id, const void* key_value, int32_t& record_offset
     if (result < 0) return result;
     if (result != TS_OK) return TS_FIND_NO_ENTRY;
 
-    key_slot& key = key_of(id);
-    record_offset = entry_record_offset(key, end.position);
-    place_cursor(key, end.position);
+    record_offset = end.link;
+    place_cursor(key_of(id), end.position);
     return TS_OK;
 }
 

@@ -23,23 +23,33 @@ struct search_end {
     int32_t node_offset; // of the leaf reached; no_offset where the way ended at a missing child
     int32_t position;    // of the entry, or where the value belongs
     int32_t count;       // entries of that leaf
+    int32_t link;        // of the entry at the position; no_offset where the node has no such entry
+};
+
+// How much of the leaf reached has to be in work_node afterwards. A key with a cursor gets all of
+// it every time.
+enum class leaf_part : uint8_t {
+    nothing,
+    for_insertion, // from the position on; a full leaf, which will be split, or a root whole
+    whole
 };
 
 // Makes work_node a copy of the root, empties the path and gives the root's offset. TS_OK, or
 // TS_NO_MEMORY_SCRATCH where a key without a cursor finds no shared_node.
 [[nodiscard]] int32_t begin_tree_walk(const key_id& id, int32_t& node_offset);
 
-// Searches for a packed key in one of the modes of index/compare.h; leaves the leaf in work_node
-// and the way in path_stack, and changes neither position nor saved_path. 0 found. not_in_leaf:
-// `position` is where the value belongs, in mode 'p' the last entry of the leaf. next_is_behind:
-// `position` is the first entry behind the value (0 in an empty leaf). Else a code of read_node,
-// TS_TREE_TOO_DEEP, TS_NO_MEMORY_SCRATCH.
+// Searches for a packed key in one of the modes of index/compare.h; leaves the way in path_stack,
+// and of the leaf in work_node what is wanted; changes neither position nor saved_path. 0 found.
+// not_in_leaf: `position` is where the value belongs, in mode 'p' the last entry of the leaf.
+// next_is_behind: `position` is the first entry behind the value (0 in an empty leaf). Else a code
+// of read_node, TS_TREE_TOO_DEEP, TS_NO_MEMORY_SCRATCH.
 [[nodiscard]] int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode,
-                                  search_end& end);
+                                  search_end& end, leaf_part wanted = leaf_part::nothing);
 
 // The same for the fields of a record, with its offset for mode 'd'.
 [[nodiscard]] int32_t tree_search_record(const key_id& id, const record_image& record,
-                                         int32_t record_offset, char mode, search_end& end);
+                                         int32_t record_offset, char mode, search_end& end,
+                                         leaf_part wanted = leaf_part::nothing);
 
 // Reads the child at an entry of a branch into work_node and gives its offset. The branch may be
 // work_node itself. TS_OK, child_missing for a link of -1 (nothing is read then), else read_node's
@@ -67,7 +77,8 @@ int32_t path_length();
 void save_path(key_slot& key);
 void restore_path(const key_slot& key);
 
-// Places the cursor on an entry of the leaf in work_node, if the key has a cursor.
+// Places the cursor on an entry of the leaf that the search has left in work_node, if the key has a
+// cursor.
 void place_cursor(key_slot& key, int32_t position);
 
 // check_key with the test of the key number.

@@ -95,12 +95,6 @@ int32_t take_new_node(const key_id& id)
     return offset;
 }
 
-int32_t write_half(const key_id& id, const leaf_place& half)
-{
-    set_entry_count(key_of(id).key_record, half.node, half.count);
-    return write_node(id, half.node, half.node_offset);
-}
-
 // Splits the leaf in work_node so that the left half has order + 1 entries with the new one.
 int32_t split_leaf(const key_id& id, const search_end& place, const unsigned char* packed,
                    split_node& split)
@@ -120,12 +114,15 @@ int32_t split_leaf(const key_id& id, const search_end& place, const unsigned cha
 
     const leaf_place left = {key.work_node, place.node_offset, place.position, kept};
     const leaf_place right = {node_scratch, split.new_child, place.position - kept, moved};
-    int32_t code = goes_left ? entry_insert_record(id, left, packed) : write_half(id, left);
+    const leaf_place& holder = goes_left ? left : right;
+    set_entry_count(record, left.node, left.count);
+    set_entry_count(record, right.node, right.count);
+    put_entry(record, holder, packed);
+    int32_t code = write_node(id, left.node, left.node_offset);
     if (code != TS_OK) return code;
-    code = goes_left ? write_half(id, right) : entry_insert_record(id, right, packed);
+    code = write_node(id, right.node, right.node_offset);
     if (code != TS_OK) return code;
 
-    const leaf_place& holder = goes_left ? left : right;
     key.position = holder.position;
     split.final_node = holder.node_offset;
     return TS_OK;

@@ -1,4 +1,5 @@
-// Copies from and to mapped files that can fail but never end the process.
+// Copies from and to mapped files, and looks at them, that can fail but never end the process. What
+// is said of copies here holds for looks.
 //
 // A page of a mapped file can go away under its mapping: somebody cuts the file, or the medium
 // fails to give the page. The kernel then raises a bus error in the midst of our copy. While any

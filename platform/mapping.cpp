@@ -125,7 +125,7 @@ bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool overwrites)
 }
 
 // The same for bytes that are about to be overwritten, of which the last one is looked at.
-bool look_at(const uint8_t* last, bool& may_be_cut)
+bool look_at_last(const uint8_t* last, bool& may_be_cut)
 {
     begin_guarded_copy(last, 1);
     may_be_cut = zeros_follow(last);
@@ -242,7 +242,7 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
     uint8_t* const place = view.bytes + entry.position;
     const bool overwrites = end <= view.length;
     bool may_be_cut = false;
-    if (overwrites && !look_at(place + bytes - 1, may_be_cut)) return give_up(entry);
+    if (overwrites && !look_at_last(place + bytes - 1, may_be_cut)) return give_up(entry);
     if (may_be_cut && !has_known_size(entry)) return false;
     const uint8_t* const source = static_cast<const uint8_t*>(buffer);
     if (!copy_in(place, source, bytes, overwrites)) return give_up(entry);
@@ -251,6 +251,21 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
     moved = bytes;
     return true;
 }
+
+const uint8_t* begin_look(open_file& entry, uint32_t bytes)
+{
+    if (bytes == 0 || int64_t{entry.position} + bytes > entry.view.length) return nullptr;
+
+    const uint8_t* const place = entry.view.bytes + entry.position;
+    begin_guarded_copy(place, bytes);
+    if (place[bytes - 1] != 0 || !zeros_follow(place + bytes - 1)) [[likely]]
+        return place;
+    if (!end_look(entry) || !has_known_size(entry)) return nullptr;
+    begin_guarded_copy(place, bytes);
+    return place;
+}
+
+bool end_look(open_file& entry) { return end_guarded_copy() || give_up(entry); }
 
 void note_written(open_file& entry)
 {

@@ -55,6 +55,10 @@ void forget_view(open_file& entry);
 bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved);
 bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved);
 
+// LookAtFile and EndLook on a mapped file.
+const uint8_t* begin_look(open_file& entry, uint32_t bytes);
+bool end_look(open_file& entry);
+
 // After a write by system calls, which has brought the position to where it ended.
 void note_written(open_file& entry);
 

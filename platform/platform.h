@@ -61,6 +61,14 @@ bool DeleteFileA(const char* name);
 bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved);
 bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved);
 
+// A look at `bytes` bytes from the file position where they lie, without a copy; the position
+// stays. None where that isn't offered, or where the file doesn't reach so far: ReadFile tells more
+// then. No other operation goes between the two calls. EndLook is false if what was seen doesn't
+// count, whatever it was; then, too, ReadFile tells more. Nothing keeps a foreign program from
+// changing the bytes meanwhile, so what bounds a further access is read once.
+const uint8_t* LookAtFile(file_handle file, uint32_t bytes);
+bool EndLook(file_handle file);
+
 // Sets the file position to `distance` from `from` and gives the new position; invalid_position for
 // a failure or a position below 0 or above max_file_bytes, the position then being as before. A
 // distance of 0 from `current` reads the position, from `end` it gives the size of the file (and

@@ -122,6 +122,19 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     return done;
 }
 
+const uint8_t* LookAtFile(file_handle file, uint32_t bytes)
+{
+    open_file* const entry = find_open(file);
+    if (entry == nullptr || entry->view.bytes == nullptr) return nullptr;
+    return begin_look(*entry, bytes);
+}
+
+bool EndLook(file_handle file)
+{
+    open_file* const entry = find_open(file);
+    return entry != nullptr && entry->view.bytes != nullptr && end_look(*entry);
+}
+
 uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
 {
     open_file* const entry = find_open(file);

@@ -59,6 +59,7 @@ struct simulation {
     sim::kinds party_where = 0;
     std::function<void()> party_deed;
     bool party_acts = false;
+    bool looks_are_offered = true;
     bool recording = false;
     std::vector<sim::logged> log;
     uint32_t last_error = 0;
@@ -89,6 +90,11 @@ std::optional<sim::fault> take_planned(call kind)
     if (--world.planned->times == 0) world.planned.reset();
     ++world.faults_met;
     return met;
+}
+
+bool fails_next(call kind)
+{
+    return world.planned && world.planned->at == 1 && is_among(kind, world.planned->where);
 }
 
 // Every call begins here; the answer is the failure that is planned for it.
@@ -259,6 +265,22 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
                 world.recording ? std::string(static_cast<const char*>(buffer), moved) : ""});
 }
 
+const uint8_t* LookAtFile(file_handle file, uint32_t bytes)
+{
+    const auto reaches = [&](const open_entry* entry) {
+        return entry != nullptr && bytes > 0 && int64_t{entry->position} + bytes <= size_of(*entry);
+    };
+    if (!world.looks_are_offered || fails_next(call::read) || !reaches(find_open(file)))
+        return nullptr;
+    begin(call::read);
+    const open_entry* const entry = find_open(file);
+    end(call::read, entry, entry->position, bytes, true);
+    if (!reaches(entry)) return nullptr;
+    return reinterpret_cast<const uint8_t*>(entry->file->content.data()) + entry->position;
+}
+
+bool EndLook(file_handle) { return true; }
+
 uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
 {
     const bool fails = begin(call::position).has_value();
@@ -418,6 +440,8 @@ void set_bytes(const std::string& name, const std::string& content)
 }
 
 void forbid_writing(const std::string& name) { world.files.at(name)->may_be_written = false; }
+
+void offer_looks(bool offered) { world.looks_are_offered = offered; }
 
 void start_recording()
 {

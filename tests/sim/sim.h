@@ -19,7 +19,9 @@
 
 namespace tarsil::sim {
 
-// The kinds of platform calls that count and can fail. GetLastError and LocalFree do neither.
+// The kinds of platform calls that count and can fail. GetLastError and LocalFree do neither. A
+// look counts as a read; where a failure is planned for it, none is offered, and the read in its
+// place fails.
 enum class call : uint8_t {
     open,
     create,
@@ -96,6 +98,9 @@ bool exists(const std::string& name);
 std::string bytes(const std::string& name);
 void set_bytes(const std::string& name, const std::string& content);
 void forbid_writing(const std::string& name);
+
+// Whether the platform offers looks at files, as it does at first; else all goes by reads.
+void offer_looks(bool offered);
 
 // What recording keeps, from start_recording on. The offset of a position is where it led to.
 struct logged {

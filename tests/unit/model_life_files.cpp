@@ -381,6 +381,7 @@ void life::rebuild()
 void life::begin()
 {
     sim::reset();
+    sim::offer_looks(make.happens(50)); // else nodes are read
     same(TS_STARTED, tsinit32(), "the code");
     enter_mode();
     set_options();
