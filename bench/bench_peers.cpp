@@ -171,7 +171,8 @@ void print_line_of(const char* file, const char* start, std::FILE* to)
     while (from != nullptr && std::fgets(text, sizeof text, from) != nullptr) {
         if (std::strncmp(text, start, std::strlen(start)) != 0) continue;
         const char* colon = std::strstr(text, ": ");
-        const char* shown = colon != nullptr ? colon + 2 : text;
+        const char* shown = colon != nullptr ? colon + 1 : text;
+        shown += std::strspn(shown, " ");
         std::fprintf(to, "%.*s", static_cast<int>(std::strcspn(shown, "\n")), shown);
         break;
     }
@@ -190,8 +191,9 @@ void write_remarks(const session& at)
     print_line_of("/proc/cpuinfo", "model name", at.csv);
     std::fprintf(at.csv, "; %ld cores; memory ", sysconf(_SC_NPROCESSORS_ONLN));
     print_line_of("/proc/meminfo", "MemTotal", at.csv);
-    std::fprintf(at.csv, "; load before the run ");
-    print_line_of("/proc/loadavg", "", at.csv);
+    double load[3] = {};
+    getloadavg(load, 3);
+    std::fprintf(at.csv, "; load before the run %.1f %.1f %.1f", load[0], load[1], load[2]);
     std::fprintf(at.csv, "\n# %ld records, median of %ld runs (± half the spread), by %s\n",
                  static_cast<long>(at.wanted.records), static_cast<long>(at.wanted.runs),
                  line_clock == CLOCK_MONOTONIC ? "wall clock"

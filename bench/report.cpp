@@ -55,11 +55,19 @@ struct two_tables {
         std::printf("\n");
         std::fprintf(markdown, "|\n");
     }
-    void heading(const std::vector<std::string>& titles) const
+    // The title, a column for each engine, and `last`, which is titles and widths.
+    struct column {
+        const char* title;
+        int width;
+    };
+    void heading(const char* title, const results& of, std::initializer_list<column> last) const
     {
-        for (size_t i = 0; i < titles.size(); ++i) cell(titles[i], i == 0 ? -44 : 15);
+        cell(title, -44);
+        for (const std::string& engine : of.engines) cell(engine, 15);
+        for (const column& each : last) cell(each.title, each.width);
         end();
-        for (size_t i = 0; i < titles.size(); ++i) std::fprintf(markdown, i == 0 ? "|---" : "|--:");
+        std::fprintf(markdown, "|---");
+        for (size_t i = 0; i < of.engines.size() + last.size(); ++i) std::fprintf(markdown, "|--:");
         std::fprintf(markdown, "|\n");
     }
 };
@@ -91,41 +99,37 @@ std::string rate_cell(const results& of, line_id line, size_t engine)
     return rate(sum.median) + (sum.most > sum.least ? text(" ±%.0f%%", spread) : "");
 }
 
+// Tells against whom, and returns the ratio of our figure to theirs.
 std::string ratio_cells(const results& of, line_id line, const two_tables& to, rivals against)
 {
-    const size_t best = best_peer(of, line, against);
-    if (best == 0) {
-        to.cell("-", 15);
-        return "-";
-    }
-    to.cell(of.engines[best], 15);
-    return text("%.2f", median_of(of, line, 0, of.records) / median_of(of, line, best, of.records));
+    const bool own = against == own_fixed_length;
+    const size_t best = own ? 0 : best_peer(of, line, against);
+    const double theirs = median_of(of, own ? line_sequential : line, best, of.records);
+    const bool there = theirs > 0 && (own || best != 0);
+    to.cell(own ? "own fixed length" : there ? of.engines[best] : "-", 17);
+    return there ? text("%.2f", median_of(of, line, 0, of.records) / theirs) : "-";
 }
 
 void write_rates(const results& of, const two_tables& to)
 {
-    std::vector<std::string> titles = {"Calls per second"};
-    titles.insert(titles.end(), of.engines.begin(), of.engines.end());
-    for (const char* title : {"best of all", "ratio", "measured by", "ratio", "to reach"})
-        titles.emplace_back(title);
-    to.heading(titles);
+    to.heading(
+        "Calls per second", of,
+        {{"best of all", 17}, {"ratio", 8}, {"measured by", 17}, {"ratio", 8}, {"to reach", 10}});
     for (int32_t i = 0; i < line_kill; ++i) {
         const line_id line = static_cast<line_id>(i);
         to.cell(lines[i].title, -44);
         for (size_t engine = 0; engine < of.engines.size(); ++engine)
             to.cell(rate_cell(of, line, engine), 15);
-        to.cell(ratio_cells(of, line, to, any_peer), 15);
-        to.cell(ratio_cells(of, line, to, lines[i].against), 15);
-        to.cell(text("%.1f", lines[i].target), 15);
+        to.cell(ratio_cells(of, line, to, any_peer), 8);
+        to.cell(ratio_cells(of, line, to, lines[i].against), 8);
+        to.cell(text("%.1f", lines[i].target), 10);
         to.end();
     }
 }
 
 void write_memory(const results& of, const two_tables& to)
 {
-    std::vector<std::string> titles = {"Peak of memory in MB (private memory)"};
-    titles.insert(titles.end(), of.engines.begin(), of.engines.end());
-    to.heading(titles);
+    to.heading("Peak of memory in MB (private memory)", of, {});
     for (int32_t i = 0; i < line_kill; ++i) {
         to.cell(lines[i].title, -44);
         for (size_t engine = 0; engine < of.engines.size(); ++engine) {
@@ -142,9 +146,7 @@ void write_memory(const results& of, const two_tables& to)
 
 void write_scaling(const results& of, const two_tables& to)
 {
-    std::vector<std::string> titles = {"Microseconds per call"};
-    titles.insert(titles.end(), of.engines.begin(), of.engines.end());
-    to.heading(titles);
+    to.heading("Microseconds per call", of, {});
     for (const line_id line : {line_add_one, line_look_up}) {
         for (const int32_t size : of.sizes) {
             if (median_of(of, line, 0, size) <= 0) continue;
