@@ -13,9 +13,9 @@ install(TARGETS tarsil32_shared tarsil32_static EXPORT tarsil32Targets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
-# The pkg-config file finds its prefix from where it lies, so that an installed tree can be moved.
+# The pkg-config file finds its prefix from where it lies, so that an installed tree can be moved; one in /usr won't be.
 set(pc_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR CMAKE_INSTALL_PREFIX STREQUAL "/usr")
     set(pc_prefix "${CMAKE_INSTALL_PREFIX}")
 else()
     file(RELATIVE_PATH way_up /${pc_folder} /)
@@ -39,8 +39,12 @@ install(FILES ${PROJECT_BINARY_DIR}/tarsil32Config.cmake ${PROJECT_BINARY_DIR}/t
     DESTINATION ${package_folder})
 install(EXPORT tarsil32Targets NAMESPACE tarsil32:: DESTINATION ${package_folder})
 
-install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md")
+install(FILES README.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+# The demo needs more than what is installed.
+install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+    FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "demo.cpp" EXCLUDE)
+
 # Manual pages: those of section 3 are made from the public header, those of other sections stand in docs/man/.
 set(man3 ${PROJECT_BINARY_DIR}/man3)
 set(make_man ${PROJECT_SOURCE_DIR}/scripts/make-man)
