@@ -50,9 +50,11 @@ public:
                 *number += line.receive();
             EXPECT_EQ(child->wait_for_end(), 0);
         }
-        std::cout << all.adds << " adds, " << all.half_adds << " of them without some keys; "
-                  << all.refused << " calls repeated, " << all.changed << " told of a change, "
-                  << all.odd << " searches beside a growing tree ended in a code\n";
+        tell_total("adds side by side", all.adds);
+        tell_total("of them without some keys", all.half_adds);
+        tell_total("calls side by side repeated", all.refused);
+        tell_total("calls side by side told of a change", all.changed);
+        tell_total("searches beside a growing tree that ended in a code", all.odd);
         return all;
     }
 
@@ -255,7 +257,7 @@ void expect_sound(const temp_folder& folder, const tolerated& may_be, const work
             EXPECT_EQ(key.findings.total() - key.findings.count(check::severity::note), agreeing)
                 << check::lines_of(key.findings);
             if (may_be.missing_keys)
-                std::cout << name << ": " << agreeing << " entries don't agree\n";
+                tell_total("entries that don't agree", agreeing);
             else
                 EXPECT_EQ(key.entries, report.records);
         }

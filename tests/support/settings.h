@@ -13,7 +13,7 @@ inline long long setting(const char* name, long long otherwise)
     return told == nullptr ? otherwise : std::atoll(told);
 }
 
-inline void tell_total(const char* what, long long count, long long seed)
+inline void tell_total(const char* what, long long count, long long seed = 0)
 {
     std::printf("total: %lld %s, seed %lld\n", count, what, seed);
 }

@@ -77,11 +77,10 @@ TEST(Model, AnswersAsTheLibraryDoes)
         tarsil::support::setting("TARSIL32_MODEL_SEED", 20100210));
     const int64_t operations = tarsil::support::setting("TARSIL32_MODEL_OPERATIONS", 120000);
     std::mt19937_64 random(seed);
-    std::cout << "seed " << seed << "\n";
     int64_t done = 0;
     while (done < operations && !HasFailure())
         done = tarsil::model::life(random, seed, done).run(operations - done);
-    std::cout << done << " operations\n";
+    tarsil::support::tell_total("operations beside the model", done, static_cast<long long>(seed));
 }
 
 } // namespace
