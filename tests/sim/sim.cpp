@@ -405,6 +405,16 @@ size_t held_ranges()
 }
 
 size_t live_blocks() { return world.blocks.size(); }
+
+std::vector<std::string> open_files()
+{
+    std::vector<std::string> names;
+    for (const open_entry& entry : world.opens) {
+        if (entry.file != nullptr) names.push_back(entry.name);
+    }
+    return names;
+}
+
 uint64_t stray_closes() { return world.stray_closes; }
 
 std::vector<range> ranges()

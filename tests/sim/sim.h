@@ -77,6 +77,9 @@ size_t open_handles();
 size_t held_ranges();
 size_t live_blocks();
 
+// The names of open files, each as often as it is open.
+std::vector<std::string> open_files();
+
 // Closes of handles that weren't open, apart from no_file.
 uint64_t stray_closes();
 

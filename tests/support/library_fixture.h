@@ -3,7 +3,7 @@
 // of memory outlives tsfree32.
 //
 // begin() and finish() stand for one run of the library; SetUp and TearDown call them, and so does
-// a sweep over failures, once for each call that fails.
+// the sweep over failures (tests/unit/fault_sweep.h), once for each call that fails.
 #pragma once
 
 #include "core/tables.h"
@@ -12,7 +12,6 @@
 #include "tests/sim/sim.h"
 
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -67,55 +66,6 @@ protected:
         tsfree32();
         EXPECT_EQ(sim::live_blocks(), 0U);
     }
-
-    // Runs prepare, then operation with its n-th platform call among `kinds` failing, then check
-    // with the code; for n = 1, 2, 3 ... up to the first run in which no call failed, whose code
-    // must be `success`. Positions fail in a sweep of their own: where the release of a range falls
-    // over one, the range rightly stays in the table.
-    static void sweep(const std::function<void()>& prepare,
-                      const std::function<int32_t()>& operation,
-                      const std::function<void(int32_t)>& check, int32_t success = TS_OK,
-                      sim::kinds kinds = all_but_position)
-    {
-        bool done = false;
-        for (uint64_t n = 1; !done && n < 2000; ++n) {
-            SCOPED_TRACE("failing call " + std::to_string(n));
-            finish();
-            begin();
-            prepare();
-            sim::plan({.at = n, .where = kinds});
-            const int32_t code = operation();
-            done = sim::faults_met() == 0;
-            sim::clear_fault();
-            if ((kinds & sim::only(sim::call::position)) == 0) {
-                EXPECT_EQ(sim::held_ranges(), 0U);
-            }
-            check(code);
-            if (done) { EXPECT_EQ(code, success); }
-            if ((kinds & sim::only(sim::call::position)) != 0) release_ranges();
-            if (HasFailure()) return;
-        }
-        EXPECT_TRUE(done);
-    }
-
-    // The same in every mode, to which it switches before `prepare`.
-    static void sweep_all_modes(const std::function<void()>& prepare,
-                                const std::function<int32_t()>& operation,
-                                const std::function<void(int32_t)>& check, int32_t success = TS_OK,
-                                std::initializer_list<sim::kinds> all_kinds = each_apart)
-    {
-        for (const mode wanted : all_modes) {
-            for (const sim::kinds kinds : all_kinds) {
-                SCOPED_TRACE(testing::Message() << "mode " << static_cast<int>(wanted));
-                const auto prepare_mode = [&] { switch_to(wanted), prepare(); };
-                sweep(prepare_mode, operation, check, success, kinds);
-            }
-        }
-    }
-
-    static constexpr sim::kinds all_but_position = sim::any_kind & ~sim::only(sim::call::position);
-    static constexpr std::initializer_list<sim::kinds> each_apart = {
-        all_but_position, sim::only(sim::call::position)};
 
     static void release_ranges()
     {

@@ -190,27 +190,6 @@ TEST_F(LifeCycle, WhenTheHeaderReachesTheFile)
     EXPECT_EQ(sim::bytes("d"), before);
 }
 
-TEST_F(LifeCycle, AFailedCreateLeavesNoFileAndAFreeSlot)
-{
-    const auto operation = [] {
-        field_entry fields[] = {{4, 'i'}, {8, 's'}};
-        return tscrdata32("d", 12, 2, fields);
-    };
-    const auto check = [](int32_t code) {
-        EXPECT_EQ(sim::held_ranges(), 0U);
-        if (code >= 0) return;
-        EXPECT_EQ(data_slots[0].status, slot_free);
-        EXPECT_EQ(sim::open_handles(), 0U);
-        // One file may stay: a complete one, of which only the last release failed.
-        if (!sim::exists("d")) return;
-        EXPECT_EQ(sim::bytes("d").size(), 44U);
-        EXPECT_TRUE(code == TS_LOCK_NO_POSITION || code == TS_LOCK_RESTORE_POSITION ||
-                    code == TS_LOCK_POSITION)
-            << code;
-    };
-    sweep_all_modes([] {}, operation, check, 0);
-}
-
 TEST_F(LifeCycle, AFileOfAnotherIsNeverRemoved)
 {
     for (const mode wanted : {mode::single, mode::shared}) {
@@ -222,47 +201,6 @@ TEST_F(LifeCycle, AFileOfAnotherIsNeverRemoved)
                   wanted == mode::single ? TS_FILE_MARK_WRITE_POSITION : TS_LOCK_NO_POSITION);
         EXPECT_EQ(sim::bytes("d"), "somebody's");
     }
-}
-
-TEST_F(LifeCycle, AFailedOpenLeavesTheFileAloneAndNothingOpen)
-{
-    const std::string bytes = data_file(3, 1, 4, 64,
-                                        frame("aaaa") + frame("bbbb", 'd') + frame("cccc"));
-    const auto prepare = [&] { sim::set_bytes("d", bytes), tsdelow32('y'); };
-    const auto check = [&](int32_t code) {
-        EXPECT_EQ(sim::bytes("d"), bytes);
-        EXPECT_EQ(sim::open_handles(), code < 0 ? 0U : 1U);
-        if (code < 0) { EXPECT_NE(data_slots[0].status, slot_clean); }
-    };
-    sweep_all_modes(
-        prepare, [] { return tsopend32("d"); }, check, 0);
-}
-
-TEST_F(LifeCycle, ACloseThatFailedCanBeRepeated)
-{
-    const auto prepare = [] {
-        key_definition key = define_key(0, {{'i'}});
-        ASSERT_EQ(create("d"), 0);
-        ASSERT_EQ(tscrind32(0, "i", 1, &key), 0);
-        ASSERT_EQ(tsadd32(0, "abcd", 0, 'y'), TS_OK);
-    };
-    const auto check = [](int32_t code) {
-        if (code < 0) {
-            EXPECT_EQ(data_slots[0].status, slot_dirty);
-            for (int32_t attempt = 0; code < 0 && attempt < 2; ++attempt) code = tsclosed32(0);
-        }
-        EXPECT_EQ(code, TS_OK);
-        EXPECT_EQ(data_slots[0].status, slot_free);
-        EXPECT_EQ(sim::open_handles(), 0U);
-        EXPECT_EQ(sim::bytes("d"), data_file(1, 0, 4, 40, frame("abcd")));
-    };
-    for (const sim::kinds kinds : each_apart)
-        sweep(
-            prepare, [] { return tsclosed32(0); }, check, TS_OK, kinds);
-    start_over(mode::single);
-    prepare();
-    sim::plan({.where = sim::only(sim::call::close)});
-    EXPECT_EQ(tsclosed32(0), TS_CLOSE_DATA_FAILED);
 }
 
 TEST_F(LifeCycle, AClosedFileLeavesNoRangeForTheNextOneInItsSlot)

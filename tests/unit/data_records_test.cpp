@@ -198,28 +198,4 @@ TEST_F(Records, HostileHeadersAndFrames)
     }
 }
 
-// Whatever fails in an append: the next add goes behind the last record that counts, and the file
-// then holds exactly the records that were reported as stored, or one more whose header alone was
-// reported as failed.
-TEST_F(Records, AFailedAppendNeverCountsARecordThatIsNotThere)
-{
-    const auto prepare = [] {
-        ASSERT_EQ(tscrdata32("d", -1, 0, nullptr), 0);
-        ASSERT_EQ(tsadd32(0, "one", 3, 'n'), TS_OK);
-    };
-    const auto check = [](int32_t code) {
-        if (is_shared()) { EXPECT_GE(tsulalld32(0), 0); }
-        tsautoup32('n'); // a flush that failed once fails for good
-        ASSERT_EQ(tsadd32(0, "three", 5, 'n'), TS_OK);
-        ASSERT_EQ(tsclosed32(0), TS_OK);
-        const std::string bytes = sim::bytes("d");
-        const bool has_both = bytes == data_file(3, 0, -1, 64,
-                                                 frame("one") + frame("two2") + frame("three"));
-        const std::string without = data_file(2, 0, -1, 52, frame("one") + frame("three"));
-        EXPECT_TRUE(has_both || (code != TS_OK && bytes.substr(0, without.size()) == without));
-    };
-    sweep_all_modes(
-        prepare, [] { return tsadd32(0, "two2", 4, 'n'); }, check);
-}
-
 } // namespace

@@ -147,6 +147,7 @@ struct function_codes {
 
 // Where the function decides. Opens and creations: the first open asks whether the file is there.
 constexpr function_codes by_function[] = {
+    {"tsIsFileThere32", call::open, 0, TS_OPEN_DATA_NOT_THERE, TS_OPEN_DATA_NOT_THERE},
     {"tsinit32", call::allocate, 0, TS_NO_MEMORY_PATH, TS_NO_MEMORY_PATH},
     {"tsinit32", call::allocate, 1, TS_NO_MEMORY_KEY, TS_NO_MEMORY_KEY},
     {"tsmuser32", call::allocate, 0, TS_NO_MEMORY_LOCK_TABLE, TS_NO_MEMORY_LOCK_TABLE},
@@ -208,6 +209,23 @@ struct judge {
         return at;
     }
 
+    std::string first_index_held() const
+    {
+        const auto is_it = [](const fault_site& site) {
+            return site.what == step::place && !is_data(site.call.file) && is_whole_file(site.call);
+        };
+        const auto found = std::find_if(all.begin(), all.end(), is_it);
+        return found == all.end() ? std::string() : found->call.file;
+    }
+
+    size_t first_release_of_header() const
+    {
+        const auto is_it = [](const fault_site& site) {
+            return site.what == step::give_back && !site.in_flush && is_header_bracket(site.call);
+        };
+        return static_cast<size_t>(std::find_if(all.begin(), all.end(), is_it) - all.begin());
+    }
+
     // The release of the header bracket by an add, behind the last header that it writes.
     bool is_asked_again(const fault_site& site) const
     {
@@ -227,9 +245,11 @@ struct judge {
         const fault_site& site = all[at];
         const sim::logged& range = all[site.range].call;
         const bool released = range.kind == call::unlock && !site.in_flush && is_bracket(range);
-        if (released && releases_silently(function)) return 0;
+        const bool of_step = is_header_bracket(range) ? site.range == first_release_of_header()
+                                                      : range.file == first_index_held();
+        if (released && of_step && releases_silently(function)) return 0;
         if (site.asked_again) return 0;
-        if (success < 0 && site.range == last_release()) return 0; // the refusal is told
+        if (released && success < 0 && site.range == last_release()) return 0; // a refusal is told
         if (function == "tsopend32" && is_whole_file(range))
             return released ? 0 : int32_t{TS_OPEN_DATA_LOCK_FAILED};
         return own_code_of_range(site.what);
@@ -262,13 +282,28 @@ struct judge {
         const call next = at + 1 < all.size() ? all[at + 1].call.kind : call::allocate;
         if (next == call::allocate && is_data(all[at].call.file)) return 0; // as without memory
         if (next == call::zero) return 0;
-        if (function == "tsrbdbh32") return at < 12 ? TS_REBUILD_NO_SIZE : TS_BODY_READ_SHORT;
+        const auto asks_size = [](const fault_site& site) { return site.what == step::ask_size; };
+        const bool first = std::find_if(all.begin(), all.end(), asks_size) - all.begin() ==
+                           static_cast<std::ptrdiff_t>(at);
+        if (function == "tsrbdbh32" && first) return TS_REBUILD_NO_SIZE;
         if (function == "tsopeni32") return TS_NODE_READ_POSITION;
         return is_data(all[at].call.file) ? TS_BODY_READ_SHORT : TS_NODE_WRITE_POSITION;
     }
 
-    int32_t of_transfer(const sim::logged& transfer) const
+    // What can't be read as a frame may be the zeros at the end, and they are read anew.
+    bool is_read_anew(size_t at) const
     {
+        const auto next = std::find_if(
+            all.begin() + static_cast<std::ptrdiff_t>(at) + 1, all.end(),
+            [](const fault_site& s) { return s.what == step::transfer; });
+        return function == "tsrbdbh32" && next != all.end() && all[at].call.length == 8 &&
+               next->call.offset == all[at].call.offset && next->call.length > 8;
+    }
+
+    int32_t of_transfer(size_t at) const
+    {
+        const sim::logged& transfer = all[at].call;
+        if (is_read_anew(at)) return 0;
         const bool in_table = is_data(transfer.file) && transfer.offset == 28;
         if (function == "tscrdata32" && in_table) return TS_FIELD_TABLE_WRITE_SHORT;
         if (function == "tsfields32" && in_table) return TS_FIELD_TABLE_READ_SHORT;
@@ -339,7 +374,7 @@ struct judge {
             return serves_range(all[at]) ? of_range(at) : int32_t{TS_LOCK_NO_POSITION};
         case step::move: return of_move(at);
         case step::ask_size: return of_size(at);
-        case step::transfer: return of_transfer(all[at].call);
+        case step::transfer: return of_transfer(at);
         case step::flush: return TS_FLUSH_FAILED;
         case step::other: break;
         }

@@ -44,9 +44,13 @@ struct workload {
 struct reference {
     const workload& work;
     mode in_mode;
-    file_images before, at_end;
+    file_images built, before, at_end; // before: right before the call
     std::vector<sim::range> held_before, held_at_end;
+    size_t open_before = 0, open_at_end = 0;
+    size_t blocks_before = 0, blocks_at_end = 0;
     std::vector<fault_site> sites;
+
+    reference(const workload& the_work, mode the_mode) : work(the_work), in_mode(the_mode) {}
 };
 
 struct failed_call {
@@ -87,7 +91,9 @@ private:
     void run_without_failure(reference& run);
     void fail(const failed_call& planned);
     void judge_files(const failed_call& failed, const file_images& files);
-    const found_files& find_in(const file_images& files);
+    static void judge_findings(leaves allowed, const found_files& found);
+    static void work_on(const file_images& files, int64_t damage);
+    const found_files& find_in(const file_images& files, leaves allowed);
 };
 
 } // namespace tarsil::support

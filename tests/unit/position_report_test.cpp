@@ -100,23 +100,4 @@ TEST_F(Position, ReportsOrderNodeCursorAndFields)
     EXPECT_THAT((std::vector{order, int32_t{cursor}}), ElementsAre(10, 'n'));
 }
 
-TEST_F(Position, ABuildThatFailsTakesTheNewFileAway)
-{
-    const auto prepare = [] {
-        support::switch_to(mode::shared);
-        create_files(TS_VARIABLE_LENGTH, records);
-        ASSERT_EQ(tsclosei32(0, 0), TS_OK);
-    };
-    const auto build = [] {
-        key_definition key = define_key(2, {{'l'}});
-        unsigned char buffer[64];
-        return tscrindd32(0, "j", 1, &key, buffer);
-    };
-    const auto check = [](int32_t code) {
-        EXPECT_EQ(sim::exists("j"), code >= 0);
-        EXPECT_EQ(data_slots[0].open_index_count, code >= 0 ? 1 : 0);
-    };
-    sweep(prepare, build, check, 0);
-}
-
 } // namespace

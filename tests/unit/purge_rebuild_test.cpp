@@ -109,33 +109,6 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
     }
 }
 
-// A failure before the walk leaves all as it was and holds nothing; one behind it keeps every
-// bracket that wasn't given back in its turn. The caller then can release all of them.
-TEST_F(Purge, AFailureAtAnyCall)
-{
-    std::string before;
-    const auto prepare = [&before] {
-        make({"aaaa1", "BBBB2", "cccc3", "dddd4", "eeee5", "ffff6"}, 5);
-        before = sim::bytes("d") + sim::bytes("i");
-    };
-    const auto operation = [] {
-        int32_t removed = 0;
-        return purge(removed);
-    };
-    const auto check = [&before](int32_t code) {
-        EXPECT_EQ(index_of(0, 0).node_area_is_new, no);
-        if (code == TS_OK) {
-            EXPECT_LE(sim::held_ranges(), 1U); // of a release that failed silently
-        }
-        if (sim::held_ranges() == 0 && is_shared() && code == TS_LOCK_REFUSED) {
-            EXPECT_EQ(sim::bytes("d") + sim::bytes("i"), before);
-        }
-        release_ranges();
-        tsautoup32('n');
-    };
-    sweep_all_modes(prepare, operation, check, TS_OK, {sim::any_kind});
-}
-
 TEST_F(Purge, WhichBracketsStay)
 {
     struct row {
@@ -268,19 +241,6 @@ TEST_F(Purge, HeadersMadeFromRecords)
             EXPECT_EQ(data_slots[0].status, slot_spoilt);
         }
     }
-}
-
-TEST_F(Purge, AFailedRebuildWritesNothingButTheHeader)
-{
-    const std::string bytes = data_file(0, 0, 4, 28, frame("aaaa") + frame("bbbb", 'd'));
-    const auto check = [&bytes](int32_t code) {
-        EXPECT_EQ(sim::bytes("d").substr(28), bytes.substr(28));
-        EXPECT_EQ(sim::open_handles(), code < 0 ? 0U : 1U);
-        if (code < 0) {
-            EXPECT_TRUE(data_slots[0].status == slot_free || data_slots[0].status == slot_spoilt);
-        }
-    };
-    sweep_all_modes([] {}, [&bytes] { return rebuild(bytes); }, check, 0);
 }
 
 } // namespace

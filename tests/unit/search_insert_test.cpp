@@ -253,31 +253,6 @@ TEST_F(Tree, AFileThatWouldPassTheLargestSizeIsRefusedBeforeAnythingIsWritten)
     EXPECT_NE(sim::bytes("i"), before);
 }
 
-TEST_F(Tree, AFailureAnywhereInASplitLeavesNoPointerAstray)
-{
-    const auto prepare = [] {
-        create(2);
-        insert_all(ten_to_hundred);
-    };
-    // What may be missing is the final child of a branch whose right half has found no parent. The
-    // cursor may stand anywhere, and steps from there stay within the node.
-    const auto look_and_go_on = [](int32_t) {
-        for (const int32_t value : {120, 1, 130}) {
-            const check::finding_list findings = check_tree().keys[0].findings;
-            EXPECT_EQ(findings.total(), findings.count(check::invariant::I8));
-            unsigned char record[4];
-            int32_t deleted = 0;
-            for (int32_t i = 0; i < 6; ++i) {
-                EXPECT_LT(tsgetni32(0, 0, 0, record, &deleted), 0);
-                EXPECT_LT(tsgetpi32(0, 0, 0, record, &deleted), 0);
-            }
-            static_cast<void>(insert(value, value * 10));
-        }
-    };
-    sweep(
-        prepare, [] { return insert(110, 1100); }, look_and_go_on, TS_OK, sim::any_kind);
-}
-
 TEST_F(Tree, NodesThatLeadInACircleOrNowhereEndInACode)
 {
     create(2);

@@ -87,29 +87,6 @@ TEST_F(Walk, NeedsRecordsAPositionAndACursor)
     }
 }
 
-TEST_F(Walk, AFailedStepGivesTheCursorUpOnlyOnceItHasLeftTheLeaf)
-{
-    const auto prepare = [] {
-        support::switch_to(mode::shared);
-        create_files(make_rows());
-        ASSERT_EQ(read_by(tsgetfi32, 0), TS_OK);
-        while (key_of(0, 0, 0).position + 1 <
-               entry_count(key_of(0, 0, 0).key_record, key_of(0, 0, 0).work_node))
-            ASSERT_EQ(read_by(tsgetni32, 0), TS_OK);
-    };
-    const auto check = [](int32_t code) {
-        const key_slot& key = key_of(0, 0, 0);
-        if (code != TS_OK) { EXPECT_LT(code, 0); }
-        const int32_t next = read_by(tsgetni32, 0);
-        EXPECT_EQ(next, key.position == no_position ? int32_t{TS_CURSOR_NONE} : int32_t{TS_OK});
-        row first;
-        EXPECT_EQ(read_by(tsgetfi32, 0, &first), TS_OK);
-        EXPECT_EQ(first.number, 0);
-    };
-    sweep(
-        prepare, [] { return read_by(tsgetni32, 0); }, check);
-}
-
 TEST_F(Walk, PartialSearchesTellBadArgumentsAndMissingCursorsApart)
 {
     start(mode::single, make_rows());

@@ -1,0 +1,401 @@
+// All 61 functions under failures: each in the situations in which it asks different things of the
+// platform, in all modes. What has to follow is told in tests/unit/fault_sweep.h; tsadd32 has a
+// test of its own beside (tests/unit/fault_add_test.cpp).
+#include "index/index_format.h"
+#include "index/slots.h"
+#include "tests/unit/fault_sweep.h"
+
+#include <set>
+
+namespace tarsil::support {
+namespace {
+
+// A record is two numbers, a letter and a filler; the keys of i0 are over the first number and over
+// the letter, that of i1 over the second number.
+std::string record_of(int32_t number, char letter = 'm')
+{
+    return i32(number) + i32(-number) + letter + "....";
+}
+constexpr int32_t record_bytes = 13;
+
+// What is there before the call, and what of it is open.
+enum class setting : uint8_t {
+    nothing,
+    closed,     // d, i0 and i1
+    data_open,  // the same, and d is open
+    no_records, // d alone and without records, open
+    plain,      // d alone, open
+    indexed,    // d, i0 and i1, open
+    variable    // the same, of variable length
+};
+
+struct row {
+    const char* function;
+    const char* title;
+    setting files;
+    void (*place)(); // what stands before the call, behind the opens
+    int32_t (*call)();
+    int32_t success = TS_OK;
+    leaves allowed = leaves::sound_files;
+};
+
+// What calls deliver goes here, and is of no interest.
+char body[64];
+int32_t told[6];
+
+void fill_files(const std::vector<int32_t>& deleted)
+{
+    for (const int32_t number : {40, 10, 70, 20, 60, 30, 80, 50, 90})
+        ASSERT_EQ(tsadd32(0, record_of(number).c_str(), record_bytes, 'n'), TS_OK);
+    for (const int32_t number : deleted) ASSERT_EQ(tsdeld32(0, number), TS_OK);
+}
+
+void build(setting files)
+{
+    if (files == setting::nothing) return;
+    field_entry fields[] = {{4, 'l'}, {4, 'l'}};
+    const int32_t length = files == setting::variable ? TS_VARIABLE_LENGTH : record_bytes;
+    ASSERT_EQ(tscrdata32("d", length, 2, fields), 0);
+    if (files == setting::no_records) return;
+    if (files == setting::plain) {
+        fill_files({2, 5, 6});
+        return;
+    }
+    key_definition keys[] = {define_key(2, {{'l', 4, 0}}), define_key(2, {{'c', 1, 8}, {'l'}})};
+    key_definition second = define_key(2, {{'l', 4, 4}});
+    ASSERT_EQ(tscrind32(0, "i0", 2, keys), 0);
+    ASSERT_EQ(tscrind32(0, "i1", 1, &second), 1);
+    fill_files({2, 5, 6});
+}
+
+void open(setting files)
+{
+    if (files == setting::nothing || files == setting::closed) return;
+    ASSERT_EQ(tsopend32("d"), 0);
+    if (files != setting::indexed && files != setting::variable) return;
+    char cursors[] = "yyy";
+    ASSERT_EQ(tsopeni32(0, "i0", cursors), 0);
+    ASSERT_EQ(tsopeni32(0, "i1", cursors), 1);
+}
+
+void nowhere_special() {}
+void reuse() { tsdelow32('y'); }
+void stand_on(int32_t number)
+{
+    ASSERT_EQ(tsgeti32(0, 0, 0, i32(number).data(), body, told), TS_OK);
+    int32_t record = 0;
+    ASSERT_EQ(tssetd2i32(0, 0, 0, &record), TS_OK);
+}
+void on_live() { stand_on(70); }    // record 3
+void on_deleted() { stand_on(10); } // record 2, the first one deleted
+void on_deleted_and_reuse()
+{
+    reuse();
+    stand_on(10);
+    data_slots[0].reuse_offset = data_slots[0].current_offset;
+}
+void on_first() { ASSERT_EQ(tsgetfi32(0, 0, 0, body, told), TS_OK); }
+void on_last() { ASSERT_EQ(tsgetli32(0, 0, 0, body, told), TS_OK); }
+void at_record(int32_t number) { ASSERT_EQ(tsgetd32(0, number, body, told), TS_OK); }
+void at_third() { at_record(3); }
+void on_edge_of_leaf() // steps on until the next step leaves the leaf
+{
+    on_first();
+    const key_slot& key = *data_slots[0].indexes[0]->keys[0];
+    while (key.position + 1 < entry_count(key.key_record, key.work_node))
+        ASSERT_EQ(tsgetni32(0, 0, 0, body, told), TS_OK);
+}
+void behind_edge_of_leaf()
+{
+    on_edge_of_leaf();
+    ASSERT_EQ(tsgetni32(0, 0, 0, body, told), TS_OK);
+}
+void locked_by_caller()
+{
+    on_first();
+    if (!is_shared()) return;
+    ASSERT_EQ(tslockd32(0), 1);
+    ASSERT_EQ(tslocki32(0, 0), 1);
+}
+void data_locked()
+{
+    if (is_shared()) { ASSERT_EQ(tslockd32(0), 1); }
+}
+void record_locked()
+{
+    if (is_shared()) { ASSERT_EQ(tslockdr32(0, 3), TS_OK); }
+}
+void two_records_locked()
+{
+    record_locked();
+    if (is_shared()) { ASSERT_EQ(tslockdr32(0, 5), TS_OK); }
+}
+void index_locked()
+{
+    if (is_shared()) { ASSERT_EQ(tslocki32(0, 0), 1); }
+}
+void with_changes()
+{
+    ASSERT_EQ(tsadd32(0, record_of(55).c_str(), record_bytes, 'y'), TS_OK);
+    ASSERT_EQ(tsadd32(0, record_of(56).c_str(), record_bytes, 'y'), TS_OK);
+}
+void delete_the_others()
+{
+    for (const int32_t number : {1, 3, 4, 7, 8, 9}) ASSERT_EQ(tsdeld32(0, number), TS_OK);
+}
+void undelete_all()
+{
+    for (const int32_t number : {2, 5, 6}) ASSERT_EQ(tsundeld32(0, number), TS_OK);
+}
+// As a process leaves the file that ended before it wrote the header.
+void header_behind()
+{
+    sim::set_bytes("d", with(with(sim::bytes("d"), 4, 2), 16, 44 + 2 * (record_bytes + 8)));
+}
+void zeros_behind() { sim::set_bytes("d", sim::bytes("d") + std::string(40, '\0')); }
+
+int32_t update(int32_t (*how)(const void*, int32_t), const std::string& record, int32_t mode)
+{
+    return how(record.data(), mode);
+}
+int32_t by_number(const void* record, int32_t mode)
+{
+    return tsupd32(0, 3, record, record_bytes, told, body, mode);
+}
+int32_t at_current(const void* record, int32_t mode)
+{
+    return tsupcd32(0, record, record_bytes, told, body, mode);
+}
+int32_t by_value(const void* record, int32_t mode)
+{
+    return tsupi32(0, 0, 0, i32(70).data(), record, record_bytes, told, body, mode);
+}
+int32_t at_cursor(const void* record, int32_t mode)
+{
+    return tsupci32(0, 0, 0, record, record_bytes, told, body, mode);
+}
+const std::string changed_filler = i32(70) + i32(-70) + "m:-)!";
+const std::string changed_key = record_of(75);
+
+int32_t create_data()
+{
+    field_entry fields[] = {{4, 'i'}, {8, 's'}};
+    return tscrdata32("d", 12, 2, fields);
+}
+int32_t create_index(decltype(&tscrind32) create)
+{
+    key_definition keys[] = {define_key(2, {{'l', 4, 0}}),
+                             define_key(2, {{'c', 1, 8}, {'l'}}, 'n')};
+    return create(0, "j", 2, keys);
+}
+int32_t build_index(int32_t data_handle, const char* name, int32_t count, key_definition* keys)
+{
+    return tscrindd32(data_handle, name, count, keys, body);
+}
+int32_t open_index()
+{
+    char cursors[] = "yn";
+    return tsopeni32(0, "i0", cursors);
+}
+int32_t facts() { return tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4); }
+int32_t fields()
+{
+    field_entry table[2];
+    return tsfields32(0, table);
+}
+int32_t version(int32_t mode) { return tsvernum32(mode, told, told + 1, 0, 0); }
+int32_t report()
+{
+    key_report about;
+    return tsstati32(0, 0, 1, told, told + 1, body, &about);
+}
+int32_t nearest(int32_t number)
+{
+    return tsgetipp32(0, 0, 0, i32(number).data(), 1, 0, body, told);
+}
+
+constexpr leaves counts = leaves::counts_behind;
+constexpr leaves keys = leaves::keys_behind;
+constexpr leaves half = leaves::half_purged;
+constexpr setting none = setting::nothing;
+constexpr setting closed = setting::closed;
+constexpr setting plain = setting::plain;
+constexpr setting indexed = setting::indexed;
+constexpr setting variable = setting::variable;
+
+const row rows[] = {
+    // Start, stop, options, texts.
+    {"tsinit32", "", none, nowhere_special, [] { return tsfree32(), tsinit32(); }, TS_STARTED},
+    {"tsfree32", "", none, nowhere_special, [] { return tsfree32(), 0; }},
+    {"tsautoup32", "", none, nowhere_special, [] { return tsautoup32('x'); },
+     TS_BAD_AUTO_UPDATE_LETTER},
+    {"tsdelow32", "", none, nowhere_special, [] { return tsdelow32('y'), 0; }},
+    {"tsspdoub32", "", none, nowhere_special, [] { return tsspdoub32(3); }},
+    {"tsmuser32", "", none, nowhere_special, [] { return tsmuser32('n'), tsmuser32('y'); }},
+    {"check_share_loaded32", "", none, nowhere_special, [] { return check_share_loaded32(); }, 255},
+    {"tsstrcvt32", "", none, nowhere_special, [] { return tsstrcvt32(body, body + 32, 1), 0; }},
+    {"tsinitbf32", "", none, nowhere_special, [] { return tsinitbf32(9, 'x', body), 0; }},
+
+    // The data file.
+    {"tscrdata32", "", none, nowhere_special, create_data},
+    {"tsopend32", "", closed, nowhere_special, [] { return tsopend32("d"); }},
+    {"tsopend32", "with the scan", closed, reuse, [] { return tsopend32("d"); }},
+    {"tsclosed32", "clean", indexed, nowhere_special, [] { return tsclosed32(0); }},
+    {"tsclosed32", "changed", indexed, with_changes, [] { return tsclosed32(0); }},
+    {"tsIsFileThere32", "", closed, nowhere_special,
+     [] { return tsIsFileThere32("d") == 1 ? 0 : int32_t{TS_OPEN_DATA_NOT_THERE}; }},
+    {"tsstatd32", "", plain, nowhere_special, facts},
+    {"tsfields32", "", plain, nowhere_special, fields, 2},
+    {"tsvernum32", "data", plain, nowhere_special, [] { return version(1); }},
+    {"tsvernum32", "index", indexed, nowhere_special, [] { return version(2); }},
+    {"tsrbdbh32", "", closed, header_behind, [] { return tsrbdbh32("d", body); }, 0, keys},
+    {"tsrbdbh32", "zeros", closed, zeros_behind, [] { return tsrbdbh32("d", body); }, 0, keys},
+
+    // Reading in file order.
+    {"tsgetd32", "", plain, nowhere_special, [] { return tsgetd32(0, 4, body, told); }},
+    {"tsgetd32", "variable", variable, nowhere_special, [] { return tsgetd32(0, 4, body, told); }},
+    {"tsgetfd32", "", plain, nowhere_special, [] { return tsgetfd32(0, body, told); }},
+    {"tsgetld32", "", plain, nowhere_special, [] { return tsgetld32(0, body, told); }},
+    {"tsgetnd32", "", plain, at_third, [] { return tsgetnd32(0, body, told); }},
+    {"tsgetpd32", "", plain, at_third, [] { return tsgetpd32(0, body, told); }},
+    {"tsgetcd32", "", plain, at_third, [] { return tsgetcd32(0, body, told); }},
+    {"tsrecd32", "", variable, at_third, [] { return tsrecd32(0, told, told + 1, told + 2); }},
+
+    // Changing records.
+    {"tsadd32", "variable", variable, nowhere_special,
+     [] { return tsadd32(0, (record_of(55) + "...").c_str(), 16, 'n'); }, 0, keys},
+    {"tsadd32", "locked by the caller", indexed, locked_by_caller,
+     [] { return tsadd32(0, record_of(55).c_str(), record_bytes, 'n'); }, 0, keys},
+    {"tsdeld32", "", plain, reuse, [] { return tsdeld32(0, 3); }, 0, counts},
+    {"tsdelcd32", "", variable, on_live, [] { return tsdelcd32(0); }, 0, counts},
+    {"tsdeli32", "", indexed, nowhere_special, [] { return tsdeli32(0, 0, 0, i32(70).data()); }, 0,
+     counts},
+    {"tsdelci32", "", indexed, on_live, [] { return tsdelci32(0, 0, 0); }, 0, counts},
+    {"tsdelci32", "deleted already", indexed, on_deleted, [] { return tsdelci32(0, 0, 0); },
+     TS_DELETE_CURSOR_DELETED},
+    {"tsundeld32", "", indexed, on_deleted_and_reuse, [] { return tsundeld32(0, 2); }, 0, counts},
+    {"tsudelcd32", "", indexed, on_deleted_and_reuse, [] { return tsudelcd32(0); }, 0, counts},
+    {"tsundeli32", "", indexed, on_deleted_and_reuse,
+     [] { return tsundeli32(0, 0, 0, i32(10).data()); }, 0, counts},
+    {"tsudelci32", "", indexed, on_deleted, [] { return tsudelci32(0, 0, 0); }, 0, counts},
+    {"tsupd32", "in place", indexed, nowhere_special,
+     [] { return update(by_number, changed_filler, 0); }},
+    {"tsupcd32", "in place", variable, on_live,
+     [] { return update(at_current, changed_filler, 0); }},
+    {"tsupi32", "in place", indexed, nowhere_special,
+     [] { return update(by_value, changed_filler, 0); }},
+    {"tsupci32", "in place", indexed, on_live, [] { return update(at_cursor, changed_filler, 0); }},
+    {"tsupd32", "anew", indexed, nowhere_special, [] { return update(by_number, changed_key, 2); },
+     1, keys},
+    {"tsupcd32", "anew", variable, on_live, [] { return update(at_current, changed_key, 2); }, 1,
+     keys},
+    {"tsupi32", "anew", indexed, nowhere_special, [] { return update(by_value, changed_key, 1); },
+     1, keys},
+    {"tsupci32", "anew", indexed, on_live, [] { return update(at_cursor, changed_key, 2); }, 1,
+     keys},
+    {"tsupd32", "key changed", indexed, nowhere_special,
+     [] { return update(by_number, changed_key, 0); }, TS_UPDATE_KEY_CHANGED},
+    {"tspurge32", "plain", plain, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
+     half},
+    {"tspurge32", "indexed", indexed, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
+     half},
+    {"tspurge32", "variable", variable, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
+     half},
+    {"tspurge32", "all", indexed, delete_the_others, [] { return tspurge32(0, body, told); }, 0,
+     half},
+    {"tspurge32", "nothing", indexed, undelete_all, [] { return tspurge32(0, body, told); },
+     TS_PURGE_NOTHING_DELETED},
+
+    // Index files.
+    {"tscrind32", "", setting::no_records, nowhere_special, [] { return create_index(tscrind32); }},
+    {"tscrindd32", "", plain, nowhere_special, [] { return create_index(build_index); }, 0, keys},
+    {"tscrindd32", "variable", variable, nowhere_special, [] { return create_index(build_index); },
+     2, keys},
+    {"tsopeni32", "", setting::data_open, nowhere_special, open_index},
+    {"tsclosei32", "clean", indexed, nowhere_special, [] { return tsclosei32(0, 1); }},
+    {"tsclosei32", "changed", indexed, with_changes, [] { return tsclosei32(0, 1); }},
+    {"tsstati32", "", indexed, nowhere_special, report},
+
+    // Reading through a key.
+    {"tsgeti32", "", indexed, nowhere_special,
+     [] { return tsgeti32(0, 0, 0, i32(60).data(), body, told); }},
+    {"tsgeti32", "missing", indexed, nowhere_special,
+     [] { return tsgeti32(0, 0, 0, i32(61).data(), body, told); }, TS_FIND_NO_ENTRY},
+    {"tsgetip32", "", variable, nowhere_special,
+     [] { return tsgetip32(0, 0, 1, "m", 1, 0, body, told); }},
+    {"tsgetipp32", "equal", indexed, nowhere_special, [] { return nearest(60); }},
+    {"tsgetipp32", "in front", indexed, nowhere_special, [] { return nearest(59); }, 1},
+    {"tsgetipp32", "behind all", indexed, nowhere_special, [] { return nearest(99); }, 1},
+    {"tsgetipp32", "before all", indexed, nowhere_special, [] { return nearest(1); }, 2},
+    {"tsgetfi32", "", indexed, nowhere_special, [] { return tsgetfi32(0, 0, 0, body, told); }},
+    {"tsgetli32", "", indexed, nowhere_special, [] { return tsgetli32(0, 0, 0, body, told); }},
+    {"tsgetni32", "", indexed, on_first, [] { return tsgetni32(0, 0, 0, body, told); }},
+    {"tsgetni32", "across", indexed, on_edge_of_leaf,
+     [] { return tsgetni32(0, 0, 0, body, told); }},
+    {"tsgetni32", "at the end", indexed, on_last, [] { return tsgetni32(0, 0, 0, body, told); },
+     TS_NEXT_ENTRY_AT_END},
+    {"tsgetni32", "locked by the caller", indexed, locked_by_caller,
+     [] { return tsgetni32(0, 0, 0, body, told); }},
+    {"tsgetpi32", "", indexed, on_last, [] { return tsgetpi32(0, 0, 0, body, told); }},
+    {"tsgetpi32", "across", indexed, behind_edge_of_leaf,
+     [] { return tsgetpi32(0, 0, 0, body, told); }},
+    {"tsgetpi32", "at the start", indexed, on_first, [] { return tsgetpi32(0, 0, 0, body, told); },
+     TS_PREVIOUS_ENTRY_AT_START},
+    {"tsgetci32", "", indexed, on_live, [] { return tsgetci32(0, 0, 0, body, told); }},
+    {"tssetd2i32", "", indexed, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
+    {"tssetd2i32", "variable", variable, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
+    {"tsseti2d32", "", indexed, on_live, [] { return tsseti2d32(0, 0, 0, body, body + 32, told); }},
+
+    // Ranges of the caller.
+    {"tslockd32", "", plain, nowhere_special, [] { return is_shared() ? tslockd32(0) : 1; }, 1},
+    {"tsulockd32", "", plain, data_locked, [] { return is_shared() ? tsulockd32(0) : 0; }},
+    {"tslockdr32", "", plain, nowhere_special, [] { return is_shared() ? tslockdr32(0, 2) : 0; }},
+    {"tsulckdr32", "", plain, record_locked, [] { return is_shared() ? tsulckdr32(0, 3) : 0; }},
+    {"tslocki32", "", indexed, nowhere_special, [] { return is_shared() ? tslocki32(0, 0) : 1; },
+     1},
+    {"tsulocki32", "", indexed, index_locked, [] { return is_shared() ? tsulocki32(0, 0) : 0; }},
+    {"tsulalld32", "", plain, two_records_locked, [] { return is_shared() ? tsulalld32(0) : 2; },
+     2},
+    {"tsulalli32", "", indexed, index_locked, [] { return is_shared() ? tsulalli32(0, 0) : 1; }, 1},
+};
+
+class FunctionFaults : public FaultSweep {
+protected:
+    // A failed step gives the cursor up only once it has left the leaf, and a walk can begin anew.
+    void look_at_state(const failed_call& failed) override
+    {
+        const std::string function = failed.run.work.function;
+        if (function != "tsgetni32" && function != "tsgetpi32") return;
+        release_ranges();
+        const key_slot& key = *data_slots[0].indexes[0]->keys[0];
+        const bool left = key.position == no_position;
+        if (failed.run.work.success == TS_OK) {
+            const auto step = function == "tsgetni32" ? tsgetni32 : tsgetpi32;
+            EXPECT_EQ(step(0, 0, 0, body, told), left ? TS_CURSOR_NONE : TS_OK);
+        }
+        EXPECT_EQ(tsgetfi32(0, 0, 0, body, told), TS_OK);
+        EXPECT_EQ(std::string(body, 4), i32(10));
+    }
+};
+
+TEST_F(FunctionFaults, EveryCallOfEveryFunction)
+{
+    std::set<std::string> functions;
+    for (const row& each : rows) {
+        functions.insert(each.function);
+        workload work;
+        work.function = each.function;
+        work.title = each.title;
+        work.build = [&each] { build(each.files); };
+        work.open = [&each] { open(each.files), each.place(); };
+        work.call = each.call;
+        work.success = each.success;
+        work.allowed = each.allowed;
+        for (const mode in_mode : all_modes) sweep_workload(work, in_mode);
+    }
+    EXPECT_EQ(functions.size(), 61U);
+    std::cout << std::size(rows) << " workloads, " << failures_made << " failures\n";
+}
+
+} // namespace
+} // namespace tarsil::support
