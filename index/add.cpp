@@ -33,6 +33,10 @@ struct add_work {
     record_image record;
     record_image old_record;
     int32_t slot; // frame offset at which the record is written
+
+    // Where the duplicate check came to in each key, as long as nobody can change the trees.
+    bool has_ways;
+    known_way ways[TS_MAX_INDEX_FILES][TS_MAX_KEYS];
 };
 
 // Every search starts from the copy of a root, so all copies of the index are brought up to date
@@ -51,7 +55,7 @@ int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle)
 
 // TS_OK, TS_DUPLICATE_KEY, or a failure. The bracket of the index is given back before a duplicate
 // is told.
-int32_t check_duplicate_in_index(const add_work& work, int32_t index_handle)
+int32_t check_duplicate_in_index(add_work& work, int32_t index_handle)
 {
     held_range bracket;
     int32_t code = lock_if_needed(bracket, whole_index_file(work.data_handle, index_handle));
@@ -67,6 +71,7 @@ int32_t check_duplicate_in_index(const add_work& work, int32_t index_handle)
         const int32_t result = tree_search_record(id, work.record, 0, fields_of_record, end);
         if (result < 0) return result;
         duplicate = result == 0;
+        note_way(end, work.ways[index_handle][key_number]);
     }
 
     code = release_if_placed(bracket);
@@ -74,13 +79,14 @@ int32_t check_duplicate_in_index(const add_work& work, int32_t index_handle)
     return duplicate ? int32_t{TS_DUPLICATE_KEY} : int32_t{TS_OK};
 }
 
-int32_t check_duplicate(const add_work& work)
+int32_t check_duplicate(add_work& work)
 {
     for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
         if (!has_index(work.data_handle, index_handle)) continue;
         const int32_t code = check_duplicate_in_index(work, index_handle);
         if (code != TS_OK) return code;
     }
+    work.has_ways = !is_shared();
     return TS_OK;
 }
 
@@ -274,8 +280,13 @@ int32_t update_key(const key_id& id, const add_work& work)
     key_slot& key = key_of(id);
     int32_t code = TS_OK;
     if (is_shared()) code = read_node(id, key.key_record.root_offset, key.root_node);
-    if (code == TS_OK && work.old_record.bytes != nullptr) code = remove_old_entry(id, work);
-    if (code == TS_OK) code = tree_insert(id, work.record, work.slot);
+    const bool reuses = work.old_record.bytes != nullptr;
+    if (code == TS_OK && reuses) code = remove_old_entry(id, work);
+    if (code == TS_OK && work.has_ways && !reuses)
+        code = tree_insert_along(id, work.record, work.slot,
+                                 work.ways[id.index_handle][id.key_number]);
+    else if (code == TS_OK)
+        code = tree_insert(id, work.record, work.slot);
     if (code != TS_OK) take_root_as_it_is_in_file(id);
     return code;
 }
@@ -361,8 +372,12 @@ int32_t tsadd32(int32_t data_handle, const void* record, int32_t length, char du
     const int32_t code = check_data_slot(data_handle);
     if (code != TS_OK) return code;
 
-    add_work work = {
-        data_handle, {static_cast<const unsigned char*>(record), length}, {nullptr, 0}, no_offset};
+    add_work work;
+    work.data_handle = data_handle;
+    work.record = {static_cast<const unsigned char*>(record), length};
+    work.old_record = {nullptr, 0};
+    work.slot = no_offset;
+    work.has_ways = false;
     unsigned char* old_image = nullptr;
     const int32_t result = add_record(work, duplicates, old_image);
     platform::LocalFree(old_image);

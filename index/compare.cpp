@@ -2,11 +2,11 @@
 //
 // Nearly all of a scan is spent on entries that stand before the search value, told by their first
 // field alone. So the letter of that field is decided once, by the choice of a template instance,
-// and entries are passed in blocks without a branch between them; the scan is linear all the same:
-// a block is passed only as a whole, and otherwise walked entry by entry. Further fields are looked
-// at only when the first is equal. The loops touch no entry at or behind the count, and of the
-// search value nothing behind its fields, nor behind a zero that ends a string: a caller may have
-// passed no more.
+// and entries are passed in blocks without a branch between them, also those that are equal in
+// their first field and told by a further one. The scan is linear all the same: a block is passed
+// only as a whole, and otherwise walked entry by entry. The loops touch no entry at or behind the
+// count, and of the search value nothing behind its fields, nor behind a zero that ends a string: a
+// caller may have passed no more.
 #include "index/compare.h"
 
 #include <algorithm>
@@ -28,11 +28,12 @@ template <class number> number load(const unsigned char* place)
 }
 
 // The kinds of fields: each holds the search value's side and answers for the entry's. is_behind
-// says the same as an outcome of behind, as cheaply as it can be said.
+// and is_equal say the same as those outcomes, as cheaply as it can be said.
 template <class number> struct number_field {
     number search;
 
     bool is_behind(const unsigned char* entry) const { return search > load<number>(entry); }
+    bool is_equal(const unsigned char* entry) const { return search == load<number>(entry); }
     outcome compare(const unsigned char* entry) const
     {
         const number value = load<number>(entry);
@@ -47,14 +48,27 @@ template <class real> struct real_field {
     real search;
     real tolerance;
 
-    bool is_behind(const unsigned char* entry) const { return compare(entry) == outcome::behind; }
+    bool is_behind(const unsigned char* entry) const
+    {
+        const real value = load<real>(entry);
+        return (int32_t{distance_to(value) >= tolerance} & int32_t{!(value > search)}) != 0;
+    }
+    bool is_equal(const unsigned char* entry) const
+    {
+        return !(distance_to(load<real>(entry)) >= tolerance);
+    }
     outcome compare(const unsigned char* entry) const
     {
         const real value = load<real>(entry);
-        const real difference = search - value;
-        const real distance = difference < 0 ? -difference : difference;
-        if (!(distance >= tolerance)) return outcome::equal;
+        if (!(distance_to(value) >= tolerance)) return outcome::equal;
         return value > search ? outcome::before : outcome::behind;
+    }
+
+private:
+    real distance_to(real value) const
+    {
+        const real difference = search - value;
+        return difference < 0 ? -difference : difference;
     }
 };
 
@@ -99,6 +113,7 @@ struct string_field {
     int32_t bytes;
 
     bool is_behind(const unsigned char* entry) const { return compare(entry) == outcome::behind; }
+    bool is_equal(const unsigned char* entry) const { return compare(entry) == outcome::equal; }
     outcome compare(const unsigned char* entry) const
     {
         return bytes < word_bytes ? compare_bytewise(entry) : compare_wordwise(entry);
@@ -137,12 +152,14 @@ struct search_word {
     uint64_t of(const unsigned char* entry) const { return load_word(entry + place) & mask; }
 };
 
-// The same with the first two words of the search value at hand, which tell nearly always.
+// The same with the first two words of the search value at hand, which tell nearly always; the
+// first by itself where values don't begin alike.
 struct headed_string_field {
     search_word first;
     search_word second; // may begin within the first; of a value of one word it is no bytes
     string_field whole;
 
+    bool is_far_behind(const unsigned char* entry) const { return first.value > first.of(entry); }
     bool is_behind(const unsigned char* entry) const
     {
         const uint64_t one = first.of(entry);
@@ -152,6 +169,7 @@ struct headed_string_field {
         const int32_t open = equal & int32_t{second.value == two};
         return behind != 0 || (open != 0 && whole.bytes > 2 * word_bytes && whole.is_behind(entry));
     }
+    bool is_equal(const unsigned char* entry) const { return compare(entry) == outcome::equal; }
     outcome compare(const unsigned char* entry) const
     {
         const outcome result = compare_words(first.value, first.of(entry));
@@ -176,6 +194,7 @@ headed_string_field with_head(const string_field& whole)
 // A letter that is none of the ten tells nothing, so it decides nothing.
 struct unknown_field {
     static bool is_behind(const unsigned char*) { return false; }
+    static bool is_equal(const unsigned char*) { return true; }
     static outcome compare(const unsigned char*) { return outcome::equal; }
 };
 
@@ -217,6 +236,29 @@ template <class user> auto with_kind(const search_field& field, const user& use)
     }
 }
 
+// Entries are passed by the block: each is looked at, so that none waits for the answer of the one
+// before it.
+constexpr int32_t block_entries = 8;
+constexpr int32_t fetched_ahead = 1024; // bytes: what a scan comes to later is brought meanwhile
+
+template <class kind>
+bool is_behind_block(const kind& field, const unsigned char* entry, ptrdiff_t stride)
+{
+    int32_t behind = 1;
+    for (int32_t i = 0; i < block_entries; ++i, entry += stride)
+        behind &= int32_t{field.is_behind(entry)};
+    return behind != 0;
+}
+
+template <class kind>
+bool is_equal_block(const kind& field, const unsigned char* entry, ptrdiff_t stride)
+{
+    int32_t equal = 1;
+    for (int32_t i = 0; i < block_entries; ++i, entry += stride)
+        equal &= int32_t{field.is_equal(entry)};
+    return equal != 0;
+}
+
 // What decides where the first fields are equal: the further ones, prepared when they are first
 // needed, and the record offset.
 class tie_break {
@@ -236,6 +278,22 @@ public:
             if (result != outcome::equal) return result;
         }
         return with_record_offset_ ? compare_record_offset(entry) : outcome::equal;
+    }
+
+    // Whether the search value is behind each entry of a block by one and the same further field.
+    bool is_behind_equal_block(const unsigned char* entry, ptrdiff_t stride)
+    {
+        if (!prepared_) prepare_fields();
+        bool behind = false;
+        bool equal = true;
+        for (int32_t i = 1; equal && !behind && i < key_.field_count; ++i) {
+            const unsigned char* const place = entry + fields_[i].place;
+            with_kind(fields_[i], [&](const auto& kind) {
+                behind = is_behind_block(kind, place, stride);
+                equal = behind || is_equal_block(kind, place, stride);
+            });
+        }
+        return behind;
     }
 
 private:
@@ -265,21 +323,23 @@ private:
     search_field fields_[TS_MAX_KEY_FIELDS];
 };
 
-constexpr int32_t block_entries = 8;
-
-// Looks at every entry of the block, so that none waits for the answer of the one before it.
-template <class kind, int32_t... place>
-bool is_behind_block(const kind& first, const unsigned char* entry, ptrdiff_t stride,
-                     std::integer_sequence<int32_t, place...>)
-{
-    return (int32_t{first.is_behind(entry + place * stride)} & ...) != 0;
-}
-
 struct entry_run {
     const unsigned char* entries; // packed key of entry 0
     int32_t stride;
     int32_t count;
 };
+
+// Whether the search value is behind the whole block by the first field, without a loop. Values
+// that don't begin alike are told by their first words.
+template <class kind, int32_t... place>
+bool is_behind_at_once(const kind& first, const unsigned char* entry, ptrdiff_t stride,
+                       std::integer_sequence<int32_t, place...>)
+{
+    if constexpr (requires { first.is_far_behind(entry); }) {
+        if ((int32_t{first.is_far_behind(entry + place * stride)} & ...) != 0) return true;
+    }
+    return (int32_t{first.is_behind(entry + place * stride)} & ...) != 0;
+}
 
 template <class kind>
 scan_result scan(const entry_run& run, const kind& first, tie_break& ties, int32_t& position)
@@ -288,8 +348,12 @@ scan_result scan(const entry_run& run, const kind& first, tie_break& ties, int32
     const unsigned char* entry = run.entries;
     for (position = 0; position < run.count;) {
         const int32_t stop = std::min(position + block_entries, run.count);
-        if (stop - position == block_entries &&
-            is_behind_block(first, entry, run.stride, block_places)) {
+        __builtin_prefetch(entry + fetched_ahead);
+        const bool passes = stop - position == block_entries &&
+                            (is_behind_at_once(first, entry, run.stride, block_places) ||
+                             (is_equal_block(first, entry, run.stride) &&
+                              ties.is_behind_equal_block(entry, run.stride)));
+        if (passes) {
             position = stop;
             entry += ptrdiff_t{block_entries} * run.stride;
             continue;

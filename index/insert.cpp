@@ -49,12 +49,20 @@ int32_t insert_into_leaf(const key_id& id, const search_end& place, const unsign
 
 int32_t tree_insert(const key_id& id, const record_image& record, int32_t record_offset)
 {
+    known_way unknown;
+    unknown.end.node_offset = no_offset;
+    return tree_insert_along(id, record, record_offset, unknown);
+}
+
+int32_t tree_insert_along(const key_id& id, const record_image& record, int32_t record_offset,
+                          const known_way& way)
+{
     const key_record& key = key_of(id).key_record;
     unsigned char packed[max_packed_key_bytes];
     pack_key(key, record, record_offset, packed);
 
     search_end place;
-    const int32_t result = tree_search(id, packed, exact_record, place, leaf_part::for_insertion);
+    const int32_t result = take_known_way(id, way, packed, place);
     if (result < 0) return result;
     // In a sound tree no way ends at a missing child; there is no leaf to put the entry in.
     if (place.node_offset == no_offset) return TS_NODE_DAMAGED;

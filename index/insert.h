@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "index/compare.h"
+#include "index/search.h"
 
 namespace tarsil {
 
@@ -19,6 +19,10 @@ namespace tarsil {
 // TS_NO_MEMORY_SCRATCH, all before anything is written. Duplicates are the caller's matter.
 [[nodiscard]] int32_t tree_insert(const key_id& id, const record_image& record,
                                   int32_t record_offset);
+
+// The same along a way that is known.
+[[nodiscard]] int32_t tree_insert_along(const key_id& id, const record_image& record,
+                                        int32_t record_offset, const known_way& way);
 
 // An image of a leaf with room, and where the new entry goes in it.
 struct leaf_place {

@@ -142,6 +142,7 @@ void scan_node(descent& way, const unsigned char* node, const node_shape& shape)
     end.count = shape.count;
     const scan_result result = node_scan(record, packed_key(node), way.search_key, shape.count,
                                          end.position, with_record_offset);
+    end.met_equal = end.met_equal || result == scan_result::found;
     if (shape.is_leaf) way.answer = answer_of_leaf(result, way.mode, end);
     const bool is_entry = end.position >= 0 && end.position < record.max_entries;
     end.link = is_entry ? entry_link(entry_at(record, node, end.position)) : no_offset;
@@ -195,6 +196,7 @@ int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode
     int32_t code = begin_at_root(key, end.node_offset);
     if (code != TS_OK) return code;
 
+    end.met_equal = false;
     descent way = {key, search_key, mode, wanted, end, TS_OK};
     node_shape shape = {entry_count(record, key.root_node), is_leaf(record, key.root_node)};
     scan_node(way, key.root_node, shape);
@@ -221,6 +223,41 @@ int32_t tree_search_record(const key_id& id, const record_image& record, int32_t
     unsigned char packed[max_packed_key_bytes];
     pack_key(key_of(id).key_record, record, record_offset, packed);
     return tree_search(id, packed, mode, end, wanted);
+}
+
+void note_way(const search_end& end, known_way& way)
+{
+    way.levels = path_length();
+    way.end = end;
+    if (end.met_equal || way.levels > known_way::most_levels)
+        way.end.node_offset = no_offset;
+    else
+        copy_words(way.path, path_stack, way.levels);
+}
+
+int32_t take_known_way(const key_id& id, const known_way& way, const unsigned char* packed,
+                       search_end& end)
+{
+    key_slot& key = key_of(id);
+    int32_t code = begin_at_root(key, end.node_offset);
+    if (code != TS_OK) return code;
+    const bool is_known = way.end.node_offset != no_offset && way.levels > 0;
+    if (!is_known) return tree_search(id, packed, exact_record, end, leaf_part::for_insertion);
+
+    end = way.end;
+    copy_words(path_stack, way.path, way.levels);
+    path_stack[way.levels] = no_offset;
+    key.work_offset = end.node_offset;
+    const descent kept = {key, packed, exact_record, leaf_part::for_insertion, end, TS_OK};
+    bool is_same = false;
+    code = see_node(id, end.node_offset, key.work_node,
+                    [&](const unsigned char* node, const node_shape& shape) {
+                        is_same = shape.is_leaf && shape.count == end.count;
+                        if (is_same) keep_part(kept, node, shape);
+                    });
+    if (code != TS_OK) return code;
+    if (is_same) return not_in_leaf;
+    return tree_search(id, packed, exact_record, end, leaf_part::for_insertion);
 }
 
 int32_t check_key(const key_id& id)

@@ -24,6 +24,17 @@ struct search_end {
     int32_t position;    // of the entry, or where the value belongs
     int32_t count;       // entries of that leaf
     int32_t link;        // of the entry at the position; no_offset where the node has no such entry
+    bool met_equal;      // some entry on the way had all fields of the value
+};
+
+// The way that a search took, for an insertion that would take the same one. Record offsets decide
+// between equal fields alone: where a search by fields has met none, a search by fields and offset
+// comes to the same place.
+struct known_way {
+    static constexpr int32_t most_levels = 8;
+    search_end end; // its node_offset is no_offset where the way isn't known
+    int32_t levels;
+    int32_t path[most_levels];
 };
 
 // How much of the leaf reached has to be in work_node afterwards. A key with a cursor gets all of
@@ -50,6 +61,15 @@ enum class leaf_part : uint8_t {
 [[nodiscard]] int32_t tree_search_record(const key_id& id, const record_image& record,
                                          int32_t record_offset, char mode, search_end& end,
                                          leaf_part wanted = leaf_part::nothing);
+
+// Notes the way of the search just made, unless it met equal fields or is too long.
+void note_way(const search_end& end, known_way& way);
+
+// Leaves all as a search would that takes this way, with what an insertion wants in work_node. Only
+// while nobody can have changed the tree. not_in_leaf; else a code of tree_search. The way is
+// searched for anew by `packed` if the leaf isn't the one it was.
+[[nodiscard]] int32_t take_known_way(const key_id& id, const known_way& way,
+                                     const unsigned char* packed, search_end& end);
 
 // Reads the child at an entry of a branch into work_node and gives its offset. The branch may be
 // work_node itself. TS_OK, child_missing for a link of -1 (nothing is read then), else read_node's
