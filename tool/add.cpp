@@ -1,5 +1,4 @@
 // tarsil add: one record, its fields by name.
-#include <nlohmann/json.hpp>
 
 #include "tool/assignments.h"
 #include "tool/opening.h"
@@ -57,14 +56,14 @@ int run(const request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_add(CLI::App& options, common_options& common)
+run_command declare_add(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("INDEX", wanted->indexes, "Its index files");
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("INDEX", wanted->indexes, "Its index files");
     add_assignments(options, wanted->assignments);
-    options.add_flag("--partial", wanted->is_partial,
-                     "Fields that aren't set are 0 or empty, instead of an error");
+    options.add("--partial", wanted->is_partial,
+                "Fields that aren't set are 0 or empty, instead of an error");
     add_duplicates(options, wanted->repeated);
     add_fields_file(options, common);
     add_sharing(options, common);

@@ -5,12 +5,11 @@
 
 namespace tarsil::tool {
 
-void add_assignments(CLI::App& options, std::vector<std::string>& assignments)
+void add_assignments(option_set& options, std::vector<std::string>& assignments)
 {
-    options.add_option("--set", assignments, "The value of a field; once for each")
-        ->required()
-        ->allow_extra_args(false)
-        ->type_name("NAME=VALUE");
+    options.add("--set", assignments, "The value of a field; once for each")
+        .required()
+        .value_name("NAME=VALUE");
 }
 
 outcome assign(record_builder& record, const std::vector<std::string>& assignments,
@@ -40,17 +39,18 @@ outcome assign(record_builder& record, const std::vector<std::string>& assignmen
     return {};
 }
 
-void add_duplicates(CLI::App& options, duplicates& repeated)
+void add_duplicates(option_set& options, duplicates& repeated)
 {
     options
-        .add_option_function<std::string>(
+        .add_call(
             "--duplicates",
             [&repeated](const std::string& answer) {
                 repeated = answer == "no" ? duplicates::refuse : duplicates::allow;
             },
             "Whether records may repeat a value of a key (yes)")
-        ->check(quiet(CLI::IsMember({"yes", "no"})))
-        ->type_name("yes|no");
+        .test([](const std::string& text) { return text == "yes" || text == "no"; },
+              "answer: it is yes or no")
+        .value_name("yes|no");
 }
 
 } // namespace tarsil::tool

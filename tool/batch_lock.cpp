@@ -5,6 +5,12 @@
 
 namespace tarsil::tool {
 
+void batch_lock::release()
+{
+    lock_ = file_lock();
+    is_held_ = false;
+}
+
 outcome batch_lock::step()
 {
     constexpr uint32_t steps_per_look = 16;
@@ -16,7 +22,6 @@ outcome batch_lock::step()
     if (is_held_ && now < until_) return {};
     if (is_held_) {
         release();
-        is_held_ = false;
         std::this_thread::sleep_for(pause);
     }
     result<file_lock> placed = files_.data.lock_all();

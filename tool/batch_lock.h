@@ -15,7 +15,7 @@ public:
 
     // In front of every record.
     outcome step();
-    void release() { lock_ = file_lock(); }
+    void release();
 
 private:
     using clock = std::chrono::steady_clock;

@@ -3,7 +3,6 @@
 // All files are held together by read locks while they are looked at, so that no program changes
 // one of them in between; where that isn't to be had, it is said. The verification itself is that
 // of check/.
-#include <nlohmann/json.hpp>
 
 #include "check/data_check.h"
 #include "check/index_check.h"
@@ -13,17 +12,17 @@
 #include "tool/file_guard.h"
 #include "tool/opening.h"
 #include "tool/output.h"
+#include "tool/repair_plan.h"
 
 namespace tarsil::tool {
 
 namespace {
 
-using json = nlohmann::ordered_json;
-
 struct check_options {
     std::string data;
     std::vector<std::string> indexes;
     int32_t precision = default_precision;
+    bool all = false;
 };
 
 // A file under the name that was given and, after a compaction that was interrupted, the one that
@@ -42,6 +41,7 @@ struct checked_index {
 struct checked_files {
     looked_at data;
     check::data_report report;
+    bool is_for_salvage = false; // no other command mends it
     std::vector<checked_index> indexes;
     bool is_steady = true;
 };
@@ -64,7 +64,7 @@ outcome look_at(looked_at& file, const std::string& place, double wait, bool& is
 outcome is_ours(const looked_at& file, bool is_marked, bool is_data)
 {
     if (is_marked) return {};
-    const char* const kind = is_data ? "data file" : "index file";
+    const char* const kind = is_data ? "a data file" : "an index file";
     const std::string place = file.guard.name();
     switch (kind_of(place)) {
     case file_kind::empty: return failure{file.name + ": is empty", "restore it from a copy"};
@@ -78,7 +78,7 @@ outcome is_ours(const looked_at& file, bool is_marked, bool is_data)
                        "give the data file first, then its index files"};
     default: break;
     }
-    return failure{fmt::format("{}: doesn't begin with the mark of a {}", file.name, kind),
+    return failure{fmt::format("{}: doesn't begin with the mark of {}", file.name, kind),
                    is_data ? "if it is a damaged one, `tarsil salvage` saves what can be read"
                            : "if it is a damaged one, make it anew with `tarsil index`"};
 }
@@ -101,6 +101,21 @@ outcome open_all(const check_options& options, const common_options& common, che
     return {};
 }
 
+// Half a record at the end of the file is all that the checker sees as a matter for salvage and
+// `tarsil repair` can mend.
+void choose_remedy(checked_files& files)
+{
+    repair_plan plan;
+    plan.before = files.report;
+    const outcome planned = plan_repair(files.data.name, files.data.bytes, plan);
+    files.is_for_salvage = !planned || plan.becomes_variable;
+    for (check::finding& one : files.report.findings.kept) {
+        if (one.how_bad == check::severity::note) continue;
+        one.mended_by = files.is_for_salvage ? check::remedy::salvage
+                                             : check::remedy::repair_header;
+    }
+}
+
 outcome check_all(const check_options& options, checked_files& files)
 {
     check::frame_list frames;
@@ -108,10 +123,12 @@ outcome check_all(const check_options& options, checked_files& files)
     files.report = check::check_data_file(files.data.bytes, needs_frames ? &frames : nullptr);
     outcome ours = is_ours(files.data, files.report.is_data_file, true);
     if (!ours) return ours;
+    choose_remedy(files);
+    const bool is_comparable = files.report.is_walked && !files.is_for_salvage;
     const check::data_side side{files.data.bytes, frames};
     for (checked_index& one : files.indexes) {
-        one.report = check::check_index_file(
-            one.file.bytes, files.report.is_walked ? &side : nullptr, options.precision);
+        one.report = check::check_index_file(one.file.bytes, is_comparable ? &side : nullptr,
+                                             options.precision);
         ours = is_ours(one.file, one.report.is_index_file || one.report.key_count != 0, false);
         if (!ours) return ours;
         if (one.file.bytes.failed())
@@ -128,18 +145,11 @@ outcome check_all(const check_options& options, checked_files& files)
 struct verdict {
     int64_t damage = 0;
     int64_t out_of_step = 0;
-    int64_t notes = 0;
-    check::remedy remedy = check::remedy::none; // the one that comes first
 
     void add(const check::finding_list& list)
     {
         damage += list.count(check::severity::damage);
         out_of_step += list.count(check::severity::out_of_step);
-        notes += list.count(check::severity::note);
-        for (const check::finding& one : list.kept) {
-            const bool counts = one.how_bad != check::severity::note;
-            if (counts) remedy = std::max(remedy, one.mended_by);
-        }
     }
     bool is_sound() const { return damage + out_of_step == 0; }
 };
@@ -160,31 +170,38 @@ verdict of_index(const checked_index& one)
 }
 
 // The command that comes next; a data file comes before its indexes.
-std::string command_for(const verdict& data, const checked_files& files)
+std::string command_for(const checked_files& files)
 {
-    if (!data.is_sound()) {
-        if (data.remedy == check::remedy::repair_header) return "tarsil repair " + files.data.name;
+    if (!of_data(files).is_sound() && files.is_for_salvage)
         return fmt::format("tarsil salvage {} NEW", files.data.name);
-    }
-    std::string names;
-    bool header_is_behind = false;
+    std::string command = "tarsil reindex " + files.data.name;
+    bool is_any = false;
     for (const checked_index& one : files.indexes) {
-        const verdict index = of_index(one);
-        if (index.is_sound()) continue;
-        names += " " + one.file.name;
-        header_is_behind = header_is_behind || index.remedy == check::remedy::repair_header;
+        if (of_index(one).is_sound()) continue;
+        command += " " + one.file.name;
+        is_any = true;
     }
-    return names.empty() ? std::string() : "tarsil reindex " + files.data.name + names;
+    if (of_data(files).is_sound()) return is_any ? command : std::string();
+    command = "tarsil repair " + files.data.name;
+    for (const checked_index& one : files.indexes) command += " " + one.file.name;
+    return command;
 }
 
-void tell_findings(const check::finding_list& list)
+// Of each kind the first few, unless all that were kept are asked for.
+void tell_findings(const check::finding_list& list, bool all)
 {
-    const std::string lines = check::lines_of(list);
-    for (size_t at = 0; at < lines.size();) {
-        const size_t end = lines.find('\n', at);
-        print("  {}\n", lines.substr(at, end - at));
-        at = end + 1;
+    constexpr int64_t few = 3;
+    std::array<int64_t, check::invariant_count> told{};
+    for (const check::finding& one : list.kept) {
+        int64_t& count = told[static_cast<size_t>(one.broken)];
+        if (!all && count == few) continue;
+        ++count;
+        print("  {}\n", check::line_of(one));
     }
+    for (size_t i = 0; i < told.size(); ++i)
+        if (list.of_invariant[i] > told[i])
+            print("  {}: {} more of this kind\n", check::name_of(check::invariant(i)),
+                  grouped(list.of_invariant[i] - told[i]));
 }
 
 const char* state_of(const verdict& found)
@@ -193,18 +210,23 @@ const char* state_of(const verdict& found)
     return found.out_of_step > 0 ? "out of step" : "sound";
 }
 
-void tell_data(const checked_files& files)
+void tell_data(const checked_files& files, bool all)
 {
     const check::data_report& report = files.report;
     print("{}: {}", files.data.name, state_of(of_data(files)));
     if (report.is_walked)
-        print("; {} records, {} of them deleted, {} bytes", grouped(report.records),
+        print("; {}, {} of them deleted, {} bytes", counted(report.records, "record"),
               grouped(report.deleted), grouped(report.file_size));
     print("\n");
-    tell_findings(report.findings);
+    tell_findings(report.findings, all);
 }
 
-void tell_index(const checked_index& one)
+std::string entries_of(int64_t count)
+{
+    return count == 1 ? "1 entry" : grouped(count) + " entries";
+}
+
+void tell_index(const checked_index& one, bool all)
 {
     print("{}: {}", one.file.name, state_of(of_index(one)));
     if (one.report.is_index_file)
@@ -214,12 +236,12 @@ void tell_index(const checked_index& one)
     for (size_t i = 0; i < one.report.keys.size(); ++i) {
         const check::key_report& key = one.report.keys[i];
         if (!key.is_walked) continue;
-        print("  key {}: {} entries in {} nodes, depth {}, leaves {} % full\n", i,
-              grouped(key.entries), grouped(key.nodes()), key.depth, key.fill_percent());
+        print("  key {}: {} in {}, depth {}, leaves {} % full\n", i, entries_of(key.entries),
+              counted(key.nodes(), "node"), key.depth, key.fill_percent());
     }
     if (!one.report.has_data) print("  not compared with the records of the data file\n");
-    tell_findings(one.report.findings);
-    for (const check::key_report& key : one.report.keys) tell_findings(key.findings);
+    tell_findings(one.report.findings, all);
+    for (const check::key_report& key : one.report.keys) tell_findings(key.findings, all);
 }
 
 json findings_json(const check::finding_list& list)
@@ -273,11 +295,12 @@ json index_json(const checked_index& one)
             {"findings", findings_json(one.report.findings)}};
 }
 
-void tell(const checked_files& files, const std::string& command, bool as_json)
+void tell(const checked_files& files, const check_options& options, const common_options& common)
 {
-    if (!as_json) {
-        tell_data(files);
-        for (const checked_index& one : files.indexes) tell_index(one);
+    const std::string command = command_for(files);
+    if (!common.json) {
+        tell_data(files, options.all);
+        for (const checked_index& one : files.indexes) tell_index(one, options.all);
         if (!command.empty()) print("To mend it: {}\n", command);
         return;
     }
@@ -297,25 +320,25 @@ int run(const check_options& options, const common_options& common)
     const outcome looked = check_all(options, files);
     if (!looked) return fail(looked.why());
 
-    const verdict data = of_data(files);
-    bool is_sound = data.is_sound();
+    bool is_sound = of_data(files).is_sound();
     for (const checked_index& one : files.indexes) is_sound = is_sound && of_index(one).is_sound();
-    tell(files, command_for(data, files), common.json);
+    tell(files, options, common);
     return is_sound ? exit_done : exit_partly;
 }
 
 } // namespace
 
-run_command declare_check(CLI::App& options, common_options& common)
+run_command declare_check(option_set& options, common_options& common)
 {
     auto given = std::make_shared<check_options>();
-    options.add_option("DATA", given->data, "The data file")->required();
-    options.add_option("INDEX", given->indexes, "Its index files");
+    options.add("DATA", given->data, "The data file").required();
+    options.add("INDEX", given->indexes, "Its index files");
     options
-        .add_option("--precision", given->precision,
-                    "Digits in which float and double keys were told apart when they were built")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
+        .add("--precision", given->precision,
+             "Digits in which float and double keys were told apart when they were built")
+        .between(0, 100)
+        .shows_default();
+    options.add("--all", given->all, "Tell more than three findings of a kind, up to ten");
     add_wait(options, common);
     add_json(options, common);
     return [given, &common] { return run(*given, common); };

@@ -1,6 +1,6 @@
 // How a command is put together. A file of the command's name (tool/create.cpp) defines
 //
-//     run_command declare_create(CLI::App& options, common_options& common);
+//     run_command declare_create(option_set& options, common_options& common);
 //
 // It adds its options to `options` and gives back what runs when the command line has been read:
 // a function without arguments that answers an exit status. The values of the options live in a
@@ -17,9 +17,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "tool/failure.h"
+#include "tool/options.h"
 
 namespace tarsil::tool {
 
@@ -35,7 +34,7 @@ struct common_options {
 };
 
 using run_command = std::function<int()>;
-using declare_command = run_command (*)(CLI::App& options, common_options& common);
+using declare_command = run_command (*)(option_set& options, common_options& common);
 
 struct command {
     const char* name;
@@ -48,37 +47,45 @@ struct command {
 std::span<const command> all_commands();
 
 // Options of several commands. `common` is the one that the command was given.
-void add_wait(CLI::App& options, common_options& common);    // --wait
-void add_sharing(CLI::App& options, common_options& common); // --wait and the two modes
-void add_fields_file(CLI::App& options, common_options& common);
-void add_json(CLI::App& options, common_options& common);
-void add_dry_run(CLI::App& options, common_options& common);
+void add_wait(option_set& options, common_options& common);    // --wait
+void add_sharing(option_set& options, common_options& common); // --wait and the two modes
+void add_fields_file(option_set& options, common_options& common);
+void add_json(option_set& options, common_options& common);
+void add_dry_run(option_set& options, common_options& common);
 
-// A test of a value that stays out of the help, where its description would be noise.
-CLI::Validator quiet(CLI::Validator test);
+// What each command declares.
+struct declared_command {
+    const command* about;
+    option_set options;
+    run_command run;
+};
+std::vector<declared_command> declare_all(common_options& common);
 
 // The manual page and the completion, written to standard output.
-void write_manual(const CLI::App& program);
-void write_completion(const CLI::App& program);
+void write_manual(const std::vector<declared_command>& commands);
+void write_completion(const std::vector<declared_command>& commands);
 
-run_command declare_create(CLI::App& options, common_options& common);
-run_command declare_index(CLI::App& options, common_options& common);
-run_command declare_import(CLI::App& options, common_options& common);
-run_command declare_check(CLI::App& options, common_options& common);
-run_command declare_repair(CLI::App& options, common_options& common);
-run_command declare_reindex(CLI::App& options, common_options& common);
-run_command declare_salvage(CLI::App& options, common_options& common);
-run_command declare_compact(CLI::App& options, common_options& common);
-run_command declare_locks(CLI::App& options, common_options& common);
-run_command declare_export(CLI::App& options, common_options& common);
-run_command declare_get(CLI::App& options, common_options& common);
-run_command declare_find(CLI::App& options, common_options& common);
-run_command declare_add(CLI::App& options, common_options& common);
-run_command declare_update(CLI::App& options, common_options& common);
-run_command declare_delete(CLI::App& options, common_options& common);
-run_command declare_undelete(CLI::App& options, common_options& common);
-run_command declare_info(CLI::App& options, common_options& common);
-run_command declare_purge(CLI::App& options, common_options& common);
-run_command declare_explain(CLI::App& options, common_options& common);
+// Reads the command line and runs the command; the answer is the program's exit status.
+int run_command_line(int count, char** words);
+
+run_command declare_create(option_set& options, common_options& common);
+run_command declare_index(option_set& options, common_options& common);
+run_command declare_import(option_set& options, common_options& common);
+run_command declare_check(option_set& options, common_options& common);
+run_command declare_repair(option_set& options, common_options& common);
+run_command declare_reindex(option_set& options, common_options& common);
+run_command declare_salvage(option_set& options, common_options& common);
+run_command declare_compact(option_set& options, common_options& common);
+run_command declare_locks(option_set& options, common_options& common);
+run_command declare_export(option_set& options, common_options& common);
+run_command declare_get(option_set& options, common_options& common);
+run_command declare_find(option_set& options, common_options& common);
+run_command declare_add(option_set& options, common_options& common);
+run_command declare_update(option_set& options, common_options& common);
+run_command declare_delete(option_set& options, common_options& common);
+run_command declare_undelete(option_set& options, common_options& common);
+run_command declare_info(option_set& options, common_options& common);
+run_command declare_purge(option_set& options, common_options& common);
+run_command declare_explain(option_set& options, common_options& common);
 
 } // namespace tarsil::tool

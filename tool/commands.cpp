@@ -166,46 +166,52 @@ constexpr command table[] = {
 
 std::span<const command> all_commands() { return table; }
 
-void add_wait(CLI::App& options, common_options& common)
+std::vector<declared_command> declare_all(common_options& common)
 {
-    options
-        .add_option("--wait", common.wait_seconds,
-                    "Seconds to wait for files or ranges that another process holds")
-        ->check(quiet(CLI::Range(0.0, 86400.0)))
-        ->type_name("SECONDS")
-        ->capture_default_str();
+    std::vector<declared_command> all;
+    for (const command& one : table) {
+        declared_command& made = all.emplace_back(declared_command{&one, {}, {}});
+        made.run = one.declare(made.options, common);
+    }
+    return all;
 }
 
-CLI::Validator quiet(CLI::Validator test) { return test.description(""); }
+void add_wait(option_set& options, common_options& common)
+{
+    options
+        .add("--wait", common.wait_seconds,
+             "Seconds to wait for files or ranges that another process holds")
+        .between(0.0, 86400.0)
+        .value_name("SECONDS")
+        .shows_default();
+}
 
-void add_sharing(CLI::App& options, common_options& common)
+void add_sharing(option_set& options, common_options& common)
 {
     add_wait(options, common);
     const auto choose = [&](sharing mode) { return [&common, mode] { common.mode = mode; }; };
-    auto* const shared = options.add_flag_callback("--multi-user", choose(sharing::shared),
-                                                   "Work beside other processes on the same files");
-    options
-        .add_flag_callback("--single-user", choose(sharing::alone),
-                           "Have the files alone meanwhile")
-        ->excludes(shared);
+    options.add_call("--multi-user", choose(sharing::shared),
+                     "Work beside other processes on the same files");
+    options.add_call("--single-user", choose(sharing::alone), "Have the files alone meanwhile")
+        .excludes("--multi-user");
 }
 
-void add_fields_file(CLI::App& options, common_options& common)
+void add_fields_file(option_set& options, common_options& common)
 {
     options
-        .add_option("--fields", common.fields_file,
-                    "File with the names of the fields, instead of DATA.fields")
-        ->type_name("FILE");
+        .add("--fields", common.fields_file,
+             "File with the names of the fields, instead of DATA.fields")
+        .value_name("FILE");
 }
 
-void add_json(CLI::App& options, common_options& common)
+void add_json(option_set& options, common_options& common)
 {
-    options.add_flag("--json", common.json, "Write JSON");
+    options.add("--json", common.json, "Write JSON");
 }
 
-void add_dry_run(CLI::App& options, common_options& common)
+void add_dry_run(option_set& options, common_options& common)
 {
-    options.add_flag("--dry-run", common.dry_run, "Tell what would be done, and change nothing");
+    options.add("--dry-run", common.dry_run, "Tell what would be done, and change nothing");
 }
 
 } // namespace tarsil::tool

@@ -4,7 +4,6 @@
 // The new files are made beside the old ones, which stay as they are and are held alone meanwhile;
 // when all of them are whole and on stable storage they take the old ones' places as one step
 // (tool/compaction.h).
-#include <nlohmann/json.hpp>
 
 #include "check/data_check.h"
 #include "core/letters.h"
@@ -196,11 +195,11 @@ void tell(const compact_options& options, const old_files& old, const std::vecto
           const common_options& common)
 {
     const data_header& header = old.report.header;
-    nlohmann::ordered_json facts = {{"file", options.data},
-                                    {"compacted", !common.dry_run},
-                                    {"records", header.record_count - header.deleted_count},
-                                    {"removed", header.deleted_count},
-                                    {"files", nlohmann::ordered_json::array()}};
+    json facts = {{"file", options.data},
+                  {"compacted", !common.dry_run},
+                  {"records", header.record_count - header.deleted_count},
+                  {"removed", header.deleted_count},
+                  {"files", json::array()}};
     for (const sizes& one : files)
         facts["files"].push_back(
             {{"file", one.name}, {"bytes_before", one.before}, {"bytes", one.after}});
@@ -252,16 +251,16 @@ int run(const compact_options& options, const common_options& common)
 
 } // namespace
 
-run_command declare_compact(CLI::App& options, common_options& common)
+run_command declare_compact(option_set& options, common_options& common)
 {
     auto given = std::make_shared<compact_options>();
-    options.add_option("DATA", given->data, "The data file")->required();
-    options.add_option("INDEX", given->indexes, "All of its index files");
+    options.add("DATA", given->data, "The data file").required();
+    options.add("INDEX", given->indexes, "All of its index files");
     options
-        .add_option("--precision", given->precision,
-                    "Digits in which float and double keys are told apart")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
+        .add("--precision", given->precision,
+             "Digits in which float and double keys are told apart")
+        .between(0, 100)
+        .shows_default();
     add_wait(options, common);
     add_json(options, common);
     add_dry_run(options, common);

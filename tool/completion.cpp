@@ -5,17 +5,17 @@
 
 namespace tarsil::tool {
 
-void write_completion(const CLI::App& program)
+void write_completion(const std::vector<declared_command>& commands)
 {
     std::string names;
     std::string cases;
-    for (const command& one : all_commands()) {
-        names += std::string(names.empty() ? "" : " ") + one.name;
+    for (const declared_command& command : commands) {
+        names += std::string(names.empty() ? "" : " ") + command.about->name;
         std::string options;
-        for (const CLI::Option* const option : program.get_subcommand(one.name)->get_options())
-            if (!option->get_positional())
-                for (const std::string& name : option->get_lnames()) options += " --" + name;
-        cases += fmt::format("    {}) words=\"{}\" ;;\n", one.name, options.substr(1));
+        for (const option& one : command.options.all())
+            if (!one.is_operand()) options += " " + one.name;
+        cases += fmt::format("    {}) words=\"{} --help\" ;;\n", command.about->name,
+                             options.substr(std::min<size_t>(options.size(), 1)));
     }
     print(R"(# Completion of tarsil for bash.
 _tarsil() {{
@@ -39,7 +39,6 @@ _tarsil() {{
 complete -F _tarsil tarsil
 )",
           names, cases);
-    finish_output(exit_done);
 }
 
 } // namespace tarsil::tool

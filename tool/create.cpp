@@ -4,8 +4,6 @@
 // so that no data file stands there without its names.
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tool/command.h"
 #include "tool/describe.h"
 #include "tool/opening.h"
@@ -14,6 +12,9 @@
 namespace tarsil::tool {
 
 namespace {
+
+// What is left of the most bytes that a file can have, roughly.
+constexpr int64_t most_record_bytes = 0x7fffff00;
 
 struct request {
     std::string data;
@@ -36,6 +37,11 @@ answer<field_list> read_fields(const request& wanted)
     if (wanted.is_variable && shapes.back().letter != 's')
         return failure{"--variable: the last field is no text",
                        "put the text whose length varies behind all other fields"};
+    int64_t bytes = 0;
+    for (const field_shape& shape : shapes) bytes += shape.length;
+    if (bytes > most_record_bytes)
+        return failure{fmt::format("{}: a record would have {} bytes", wanted.data, grouped(bytes)),
+                       "a file holds 2 GiB at most; make the texts shorter"};
     const layout packed = layout::packed(shapes);
     if (!packed.state()) return failure_of(packed.state(), wanted.data);
     field_list list;
@@ -81,32 +87,31 @@ int run(const request& wanted, const common_options& common)
     if (done && !common.dry_run) done = make_files(wanted, *list, common);
     if (!done) return fail(done.why());
     if (common.json) {
-        nlohmann::ordered_json facts = {{"file", wanted.data}, {"created", !common.dry_run}};
+        json facts = {{"file", wanted.data}, {"created", !common.dry_run}};
         add_field_facts(facts, *list);
         put_json(facts);
         return exit_done;
     }
     const std::string length = list->is_variable() ? "variable length"
                                                    : fmt::format("{} bytes", list->record_length);
-    print("{}{}: {} fields, records of {}\n", common.dry_run ? "would make " : "", wanted.data,
-          list->all.size(), length);
+    print("{}{}: {}, records of {}\n", common.dry_run ? "would make " : "", wanted.data,
+          counted(static_cast<int64_t>(list->all.size()), "field"), length);
     return exit_done;
 }
 
 } // namespace
 
-run_command declare_create(CLI::App& options, common_options& common)
+run_command declare_create(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The new data file")->required();
+    options.add("DATA", wanted->data, "The new data file").required();
     options
-        .add_option("--field", wanted->fields,
-                    "A field: NAME:TYPE, or NAME:text:BYTES; once for each, in their order")
-        ->required()
-        ->allow_extra_args(false)
-        ->type_name("NAME:TYPE[:LENGTH]");
-    options.add_flag("--variable", wanted->is_variable,
-                     "Records as long as the text in the last field makes them");
+        .add("--field", wanted->fields,
+             "A field: NAME:TYPE, or NAME:text:BYTES; once for each, in their order")
+        .required()
+        .value_name("NAME:TYPE[:LENGTH]");
+    options.add("--variable", wanted->is_variable,
+                "Records as long as the text in the last field makes them");
     add_json(options, common);
     add_dry_run(options, common);
     return [wanted, &common] { return run(*wanted, common); };

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "tool/row_reader.h"
+#include "tool/values.h"
 
 namespace tarsil::tool {
 
@@ -103,8 +104,9 @@ void csv_rows::take_cell(std::string_view text)
 void csv_rows::take_row()
 {
     is_whole_ = true;
-    if (!is_in_header_ && column_ != columns_.size())
-        reader_.record_.refuse(fmt::format("{} columns instead of {}", column_, columns_.size()));
+    if (is_in_header_ || column_ == columns_.size()) return;
+    reader_.record_.begin(); // Whatever else is wrong is wrong because of this.
+    reader_.record_.refuse(fmt::format("{} columns instead of {}", column_, columns_.size()));
 }
 
 // The first line of the row is delivered as a bad one; those behind it are read again.
@@ -148,10 +150,11 @@ outcome csv_rows::map_header()
         const bool is_unknown = field < 0 && name != "_deleted" && name != "_number";
         is_any_known = is_any_known || field >= 0;
         if (is_unknown && !reader_.options_.is_partial && fields.has_names)
-            return failure{fmt::format("{}: there is no field '{}'", where, name),
+            return failure{fmt::format("{}: there is no field {}", where, in_quotes(name)),
                            "correct the name; --partial passes over such columns"};
         if (field >= 0 && has_column[static_cast<size_t>(field)])
-            return failure{fmt::format("{}: '{}' stands twice", where, name), "remove one of them"};
+            return failure{fmt::format("{}: {} stands twice", where, in_quotes(name)),
+                           "remove one of them"};
         if (field >= 0) has_column[static_cast<size_t>(field)] = true;
         columns_.push_back(is_unknown ? passed_over : field);
     }

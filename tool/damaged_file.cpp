@@ -57,8 +57,8 @@ header_guess read_header(check::file_bytes& bytes)
 }
 
 struct sample {
+    bool are_strong = true;
     int64_t records = 0;
-    int64_t strong = 0;
     std::map<int32_t, int64_t> lengths;
 
     bool is_half(int32_t length) const
@@ -69,25 +69,45 @@ struct sample {
 };
 
 // The first records, whatever their lengths.
-sample take_sample(check::file_bytes& bytes, int64_t first)
+sample sample_of(check::file_bytes& bytes, int64_t first, bool are_strong)
 {
     sample taken;
-    frame_scanner scanner(bytes, {.record_length = TS_VARIABLE_LENGTH, .first = first});
+    taken.are_strong = are_strong;
+    frame_scanner scanner(
+        bytes, {.record_length = TS_VARIABLE_LENGTH, .first = first, .are_strong = are_strong});
     for (found_record one; taken.records < sample_records && scanner.next(one);) {
         ++taken.records;
         ++taken.lengths[one.length];
-        const check::byte_span frame = bytes.at(one.offset, frame_bytes);
-        if (!frame.empty() && frame[1] == 0 && frame[2] == 0 && frame[3] == 0) ++taken.strong;
     }
     return taken;
+}
+
+// Frames of another program may have anything in the bytes that mean nothing.
+sample take_sample(check::file_bytes& bytes, int64_t first)
+{
+    sample strong = sample_of(bytes, first, true);
+    if (strong.records == sample_records) return strong;
+    sample weak = sample_of(bytes, first, false);
+    return weak.records > 2 * strong.records ? weak : strong;
+}
+
+int64_t one_record(const header_guess& header)
+{
+    return int64_t{frame_bytes} + std::max(header.header.record_length, 1);
 }
 
 int64_t find_first(check::file_bytes& bytes, const header_guess& header)
 {
     frame_scanner scanner(bytes, {.record_length = TS_VARIABLE_LENGTH, .first = 0});
-    const bool is_believed = header.has_header &&
-                             (header.has_mark || scanner.holds_record(header.first));
-    return is_believed ? header.first : scanner.find_chain(field_table_offset);
+    if (header.has_header && scanner.holds_record(header.first)) return header.first;
+    const int64_t found = scanner.find_chain(field_table_offset);
+    if (!header.has_header || !header.has_mark) return found;
+    // The first record may be what is damaged. But if another one begins where that has no room,
+    // and the bytes before make a field table, it is the table's length that is wrong.
+    const int64_t lost = found - header.first;
+    const bool is_other = found < bytes.size() && lost < one_record(header) &&
+                          !table_up_to(bytes, found, false).empty();
+    return is_other ? found : header.first;
 }
 
 void choose_length(const header_guess& header, const sample& seen, guessed_file& guess)
@@ -119,7 +139,7 @@ answer<guessed_file> guess_file(check::file_bytes& bytes, const known_facts& kno
     guess.is_table_believed = is_told && (header.has_mark || !guess.table.empty());
 
     const sample seen = take_sample(bytes, guess.shape.first);
-    guess.shape.are_strong = seen.strong * 2 >= seen.records;
+    guess.shape.are_strong = seen.are_strong;
     if (known.record_length) {
         guess.shape.record_length = *known.record_length;
         guess.length_source = "as asked for";

@@ -3,7 +3,6 @@
 #include "tool/describe.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tarsil::tool {
 
@@ -18,13 +17,10 @@ std::string name_at(const field& part, const field_list& list)
 
 } // namespace
 
-void add_field_facts(nlohmann::ordered_json& facts, const field_list& list)
+void add_field_facts(json& facts, const field_list& list)
 {
-    if (list.is_variable())
-        facts["record_length"] = nullptr;
-    else
-        facts["record_length"] = list.record_length;
-    facts["fields"] = nlohmann::ordered_json::array();
+    facts["record_length"] = list.is_variable() ? json() : json(list.record_length);
+    facts["fields"] = json::array();
     for (const field& one : list.all)
         facts["fields"].push_back({{"name", one.name},
                                    {"type", type_name(one)},
@@ -44,12 +40,12 @@ std::string key_names(const std::vector<field>& key, const field_list& list)
     return names;
 }
 
-nlohmann::ordered_json key_fields(const std::vector<field>& key, const field_list& list)
+json key_fields(const std::vector<field>& key, const field_list& list)
 {
-    auto all = nlohmann::ordered_json::array();
+    auto all = json::array();
     for (const field& part : key) {
         const std::string name = name_at(part, list);
-        nlohmann::ordered_json one;
+        json one;
         if (!name.empty()) one["name"] = name;
         one["type"] = type_name(part);
         one["letter"] = std::string(1, part.letter);

@@ -1,6 +1,5 @@
 // tarsil delete and tarsil undelete: the mark of records, by number. Keys stay as they are, so no
 // index file is needed.
-#include <nlohmann/json.hpp>
 
 #include "tool/command.h"
 #include "tool/opening.h"
@@ -71,14 +70,12 @@ int run(const request& wanted, const common_options& common)
     return closed ? status_now : fail(closed.why());
 }
 
-run_command declare(CLI::App& options, common_options& common, bool is_undelete)
+run_command declare(option_set& options, common_options& common, bool is_undelete)
 {
     auto wanted = std::make_shared<request>();
     wanted->is_undelete = is_undelete;
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("N", wanted->numbers, "Numbers of records")
-        ->required()
-        ->check(quiet(CLI::PositiveNumber));
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("N", wanted->numbers, "Numbers of records").required().from_one();
     add_sharing(options, common);
     add_json(options, common);
     add_dry_run(options, common);
@@ -87,12 +84,12 @@ run_command declare(CLI::App& options, common_options& common, bool is_undelete)
 
 } // namespace
 
-run_command declare_delete(CLI::App& options, common_options& common)
+run_command declare_delete(option_set& options, common_options& common)
 {
     return declare(options, common, false);
 }
 
-run_command declare_undelete(CLI::App& options, common_options& common)
+run_command declare_undelete(option_set& options, common_options& common)
 {
     return declare(options, common, true);
 }

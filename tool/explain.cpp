@@ -1,5 +1,4 @@
 // tarsil explain: name, cause and remedy of result codes.
-#include <nlohmann/json.hpp>
 
 #include "tool/command.h"
 #include "tool/output.h"
@@ -23,7 +22,7 @@ bool is_meant(int32_t code, const std::string& asked)
            "face::" + asked == name;
 }
 
-nlohmann::ordered_json json_of(int32_t code)
+json json_of(int32_t code)
 {
     return {{"code", code},
             {"name", code_name(code)},
@@ -50,7 +49,7 @@ void list_codes()
 
 int run(const std::vector<std::string>& asked, const common_options& common)
 {
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    json all = json::array();
     if (asked.empty() && !common.json) return list_codes(), exit_done;
     for (const int32_t code : known_codes)
         if (asked.empty()) all.push_back(json_of(code));
@@ -72,10 +71,10 @@ int run(const std::vector<std::string>& asked, const common_options& common)
 
 } // namespace
 
-run_command declare_explain(CLI::App& options, common_options& common)
+run_command declare_explain(option_set& options, common_options& common)
 {
     auto asked = std::make_shared<std::vector<std::string>>();
-    options.add_option("CODE", *asked, "Numbers or names; without any, all codes are listed");
+    options.add("CODE", *asked, "Numbers or names; without any, all codes are listed");
     add_json(options, common);
     return [asked, &common] { return run(*asked, common); };
 }

@@ -1,18 +1,16 @@
 // tarsil export: all records, or those between two values, in file order or in the order of a key.
 #include <charconv>
 
-#include <nlohmann/json.hpp>
-
 #include "tool/batch_lock.h"
 #include "tool/command.h"
 #include "tool/formats.h"
 #include "tool/keys.h"
-#include "tool/new_file.h"
 #include "tool/opening.h"
 #include "tool/output.h"
 #include "tool/progress.h"
 #include "tool/record_writer.h"
 #include "tool/signals.h"
+#include "tool/staged_file.h"
 
 namespace tarsil::tool {
 
@@ -151,8 +149,9 @@ outcome write_file(const request& wanted, open_files& files, int64_t records, in
     if (kind_of(wanted.output) != file_kind::not_there)
         return failure{wanted.output + ": exists already",
                        "choose another name, or remove it first"};
-    new_file made(wanted.output);
-    answer<byte_sink> sink = byte_sink::create(made.name_until_whole());
+    answer<staged_file> made = staged_file::beside(wanted.output, ".exporting");
+    if (!made) return made.why();
+    answer<byte_sink> sink = byte_sink::create(made->name(), wanted.output);
     if (!sink) return sink.why();
     exporter work(wanted, files, *sink, records);
     const outcome done = work.run();
@@ -160,7 +159,9 @@ outcome write_file(const request& wanted, open_files& files, int64_t records, in
     if (!done) return done;
     if (!closed) return closed;
     written = work.written();
-    return made.keep();
+    const outcome durable = made->make_durable();
+    if (!durable) return durable;
+    return made->take_place(staged_file::exists::refuse);
 }
 
 int run(request& wanted, const common_options& common)
@@ -182,41 +183,38 @@ int run(request& wanted, const common_options& common)
     int64_t written = 0;
     const outcome done = write_file(wanted, *files, facts->records, written);
     if (!done) return fail(done.why());
-    print("{}: {} {}\n", wanted.output, grouped(written), written == 1 ? "record" : "records");
+    print("{}: {}\n", wanted.output, counted(written, "record"));
     return exit_done;
 }
 
 } // namespace
 
-run_command declare_export(CLI::App& options, common_options& common)
+run_command declare_export(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
+    options.add("DATA", wanted->data, "The data file").required();
     options
-        .add_option("--by", wanted->by,
-                    "In the order of a key: its number from 0, or its first fields by name")
-        ->type_name("INDEX:KEY");
+        .add("--by", wanted->by,
+             "In the order of a key: its number from 0, or its first fields by name")
+        .value_name("INDEX:KEY");
     options
-        .add_option("--from", wanted->from,
-                    "Begin with this value of the key, or number of a record; given again, the "
-                    "value of the key's next field")
-        ->allow_extra_args(false)
-        ->type_name("V");
-    options.add_option("--to", wanted->to, "End with this value, itself included")
-        ->allow_extra_args(false)
-        ->type_name("V");
-    options.add_flag("--deleted", wanted->writing.has_deleted,
-                     "Deleted records too; a column _deleted tells which they are");
+        .add("--from", wanted->from,
+             "Begin with this value of the key, or number of a record; given again, the "
+             "value of the key's next field")
+        .value_name("V");
+    options.add("--to", wanted->to, "End with this value, itself included").value_name("V");
+    options.add("--deleted", wanted->writing.has_deleted,
+                "Deleted records too; a column _deleted tells which they are");
     add_format(options, wanted->format, "csv, jsonl or raw; usually by the ending of --output");
-    options.add_option("--output", wanted->output, "New file to write, instead of standard output")
-        ->type_name("FILE");
+    options.add("--output", wanted->output, "New file to write, instead of standard output")
+        .value_name("FILE");
     add_separator(options, wanted->writing.separator);
-    options.add_flag_callback(
+    options.add_call(
         "--no-header", [wanted] { wanted->writing.has_header = false; },
         "No line with the names of the fields");
     add_fields_file(options, common);
     add_sharing(options, common);
-    options.add_flag("--json", common.json, "The same as --format jsonl");
+    options.add("--json", common.json, "The same as --format jsonl");
     return [wanted, &common] { return run(*wanted, common); };
 }
 

@@ -31,9 +31,21 @@ std::string_view without_functions(std::string_view text)
 std::string begun_small(std::string_view text)
 {
     std::string line(text);
-    const bool is_word = line.size() > 1 && std::islower(static_cast<unsigned char>(line[1]));
+    const bool is_word = line.starts_with("A ") ||
+                         (line.size() > 1 && std::islower(static_cast<unsigned char>(line[1])));
     if (is_word) line[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(line[0])));
     return line;
+}
+
+// The remedies are written for programs that call the library. Where they name functions, or work
+// that a command of the tool does, that command is named instead.
+std::string advice_of(const status& why)
+{
+    const std::string_view remedy = why.remedy();
+    for (const std::string_view word : {"32", "damaged", "salvage"})
+        if (remedy.find(word) != remedy.npos)
+            return "`tarsil check` with its data file tells what is wrong and what mends it";
+    return begun_small(remedy);
 }
 
 } // namespace
@@ -56,7 +68,7 @@ failure failure_of(const status& why, std::string_view what)
                                    begun_small(without_functions(why.text())), why.name(),
                                    why.code());
     if (!why.detail().empty() && why.detail() != what) text += " [" + why.detail() + "]";
-    return {std::move(text), begun_small(why.remedy())};
+    return {std::move(text), advice_of(why)};
 }
 
 } // namespace tarsil::tool

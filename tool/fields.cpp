@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include "tool/output.h"
+
 namespace tarsil::tool {
 
 namespace {
@@ -103,8 +105,9 @@ outcome take_names(std::vector<field_shape>& shapes, const std::vector<field_sha
 {
     const std::string advice = "correct " + where + ", or remove it";
     if (named.size() != shapes.size())
-        return failure{fmt::format("{} tells of {} fields, the data file of {}", where,
-                                   named.size(), shapes.size()),
+        return failure{fmt::format("{}: has {}, the data file {}", where,
+                                   counted(std::ssize(named), "field"),
+                                   counted(std::ssize(shapes), "field")),
                        advice};
     for (size_t i = 0; i < shapes.size(); ++i) {
         if (named[i].letter != shapes[i].letter || named[i].length != shapes[i].length)

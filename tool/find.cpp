@@ -117,26 +117,21 @@ int run(request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_find(CLI::App& options, common_options& common)
+run_command declare_find(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("INDEX", wanted->index, "Its index file")->required();
-    options.add_option("KEY", wanted->key, "Number of the key from 0, or its first fields by name")
-        ->required();
-    options.add_option("VALUE", wanted->values, "A value for each field, from the first on")
-        ->required();
-    auto* const prefix = options.add_flag("--prefix", wanted->is_prefix,
-                                          "The last value is the beginning of a text");
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("INDEX", wanted->index, "Its index file").required();
+    options.add("KEY", wanted->key, "Number of the key from 0, or its first fields by name")
+        .required();
+    options.add("VALUE", wanted->values, "A value for each field, from the first on").required();
+    options.add("--prefix", wanted->is_prefix, "The last value is the beginning of a text");
     options
-        .add_flag(
-            "--nearest", wanted->is_nearest,
-            "The record before the value where none matches; with --limit those behind it too")
-        ->excludes(prefix);
-    options.add_option("--limit", wanted->limit, "So many records at most")
-        ->check(quiet(CLI::PositiveNumber))
-        ->type_name("N");
-    options.add_flag("--deleted", wanted->has_deleted, "Deleted records too");
+        .add("--nearest", wanted->is_nearest,
+             "The record before the value where none matches; with --limit those behind it too")
+        .excludes("--prefix");
+    options.add("--limit", wanted->limit, "So many records at most").from_one().value_name("N");
+    options.add("--deleted", wanted->has_deleted, "Deleted records too");
     add_shown_format(options, wanted->format, common);
     add_fields_file(options, common);
     add_sharing(options, common);

@@ -3,22 +3,23 @@
 
 namespace tarsil::tool {
 
-void add_format(CLI::App& options, std::string& format, const char* text)
+void add_format(option_set& options, std::string& format, const char* text)
 {
-    options.add_option("--format", format, text)->type_name("FORMAT");
+    options.add("--format", format, text).value_name("FORMAT");
 }
 
-void add_separator(CLI::App& options, char& separator)
+void add_separator(option_set& options, char& separator)
 {
     options
-        .add_option_function<std::string>(
+        .add_call(
             "--separator", [&separator](const std::string& text) { separator = text[0]; },
             "Character between the columns of CSV (a comma)")
-        ->check([](const std::string& text) {
-            const bool fits = text.size() == 1 && text[0] != '"' && text[0] != '\n';
-            return fits ? std::string() : std::string("not a single character");
-        })
-        ->type_name("CHARACTER");
+        .test(
+            [](const std::string& text) {
+                return text.size() == 1 && text[0] != '"' && text[0] != '\n';
+            },
+            "single character that can stand between columns")
+        .value_name("CHARACTER");
 }
 
 answer<row_format> read_format(const std::string& name, const std::string& file)

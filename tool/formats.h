@@ -8,8 +8,8 @@
 
 namespace tarsil::tool {
 
-void add_format(CLI::App& options, std::string& format, const char* text);
-void add_separator(CLI::App& options, char& separator);
+void add_format(option_set& options, std::string& format, const char* text);
+void add_separator(option_set& options, char& separator);
 
 // "csv", "jsonl" or "raw"; for an empty name what the file's ending says, else CSV.
 answer<row_format> read_format(const std::string& name, const std::string& file);

@@ -112,15 +112,15 @@ bool frame_scanner::is_chain(int64_t offset)
         if (offset >= zeros_from_) return weight + end_weight >= chain_weight;
         const frame_look frame = look_at(offset);
         if (frame.is_cut) return weight >= strong_weight;
-        if (!frame.is_possible) return false;
+        if (!frame.is_possible || (shape_.are_strong && !frame.is_strong)) return false;
         weight += frame.is_strong ? strong_weight : possible_weight;
-        // The right length at the right place says more where all lengths are the same.
-        if (frame.is_strong && is_fixed()) weight += strong_weight;
         offset = frame.end;
     }
     return true;
 }
 
+// A chain begins with a strong frame where the file's frames are: a mark and its zeros, read four
+// bytes too early, can be the length of another one.
 int64_t frame_scanner::find_chain(int64_t from)
 {
     while (from < zeros_from_) {
@@ -134,7 +134,8 @@ int64_t frame_scanner::find_chain(int64_t from)
         const int64_t places = std::ssize(block_) - frame_bytes + 1;
         for (int64_t i = 0; i < places; ++i) {
             const frame_look seen = judge(block_.data() + i, from + i);
-            if (seen.is_possible && is_chain(from + i)) return from + i;
+            const bool is_start = shape_.are_strong ? seen.is_strong : seen.is_possible;
+            if (is_start && is_chain(from + i)) return from + i;
         }
         from += places;
     }
@@ -169,10 +170,11 @@ int64_t frame_scanner::distance() const
     return int64_t{frame_bytes} + std::max(shape_.record_length, 1);
 }
 
-// Does a whole number of records fit up to the next sound frame, so that one can be taken here?
+// Does a whole number of records fit up to the next sound frames? Then they are gone through one by
+// one, as a sound one can stand alone among damaged ones.
 bool frame_scanner::is_slot() const
 {
-    if (!shape_.with_doubtful || !is_fixed()) return false;
+    if (!is_fixed()) return false;
     if (chain_ < size_) return (chain_ - position_) % distance() == 0;
     return position_ + distance() <= size_;
 }
@@ -181,7 +183,7 @@ bool frame_scanner::take_doubtful(const frame_look& frame, found_record& found)
 {
     const auto is_zero = [](unsigned char byte) { return byte == 0; };
     const check::byte_span slot = bytes_.at(position_, distance());
-    if (std::all_of(slot.begin(), slot.end(), is_zero)) {
+    if (!shape_.with_doubtful || std::all_of(slot.begin(), slot.end(), is_zero)) {
         skip_to(position_ + distance(), frame);
         return false;
     }

@@ -39,13 +39,11 @@ int run(const request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_get(CLI::App& options, common_options& common)
+run_command declare_get(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("N", wanted->numbers, "Numbers of records, from 1 up")
-        ->required()
-        ->check(quiet(CLI::PositiveNumber));
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("N", wanted->numbers, "Numbers of records, from 1 up").required().from_one();
     add_shown_format(options, wanted->format, common);
     add_fields_file(options, common);
     add_sharing(options, common);

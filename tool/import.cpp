@@ -3,7 +3,6 @@
 //
 // A row that can't be stored is told with its line and passed over. A failure of the files ends the
 // import: what was added stays, and the last line says where to go on.
-#include <nlohmann/json.hpp>
 
 #include "tool/assignments.h"
 #include "tool/batch_lock.h"
@@ -43,6 +42,8 @@ public:
 
     outcome run()
     {
+        // Nobody is kept out while the next rows are waited for.
+        source_.before_waiting([this] { lock_.release(); });
         outcome done = reader_.read();
         lock_.release();
         progress_.finish();
@@ -124,15 +125,16 @@ void tell(const request& wanted, const importer& work, const rejects& bad,
                          {"refused", bad.count()},
                          {"seconds", seconds},
                          {"next_line", work.next_line()}});
-    print("{}: {} {} {}{}\n", wanted.data, grouped(work.added()),
-          work.added() == 1 ? "record" : "records", common.dry_run ? "would be added" : "added",
+    print("{}: {} {}{}\n", wanted.data, counted(work.added(), "record"),
+          common.dry_run ? "would be added" : "added",
           bad.count() == 0 ? "" : fmt::format(", {} refused", grouped(bad.count())));
 }
 
 int end(const request& wanted, const importer& work, const rejects& bad, const outcome& done)
 {
-    const std::string rest = fmt::format("{} records are in; --from-line {} goes on behind them",
-                                         grouped(work.added()), work.next_line());
+    const std::string rest = fmt::format("{} added; --from-line {} goes on behind that",
+                                         counted(work.added(), "record"), work.next_line());
+    if (!done && work.added() == 0) return fail(done.why());
     if (!done) return fail({done.why().text, done.why().advice + ". " + rest});
     if (work.is_stopped()) return fail({"stopped", rest});
     warn_of_size(wanted.data);
@@ -146,6 +148,11 @@ int run(request& wanted, const common_options& common)
     const answer<row_format> format = read_format(wanted.format, rows_file);
     if (!format) return fail(format.why());
     wanted.reading.format = *format;
+    const file_kind kind = kind_of(rows_file);
+    if (kind == file_kind::data || kind == file_kind::index)
+        return fail({fmt::format("{}: is no file of rows, but {} file", rows_file,
+                                 kind == file_kind::data ? "a data" : "an index"),
+                     "give the file with the rows last"});
     answer<line_source> source = line_source::open(rows_file);
     if (!source) return fail(source.why());
     answer<open_files> files = open(wanted.data, indexes_of(wanted), common, usual_mode::either);
@@ -170,28 +177,29 @@ int run(request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_import(CLI::App& options, common_options& common)
+run_command declare_import(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
+    options.add("DATA", wanted->data, "The data file").required();
     options
-        .add_option("FILES", wanted->files,
-                    "Its index files, and last the file with the rows, or - for standard input")
-        ->required();
+        .add("FILES", wanted->files,
+             "Its index files, and last the file with the rows, or - for standard input")
+        .required();
     add_format(options, wanted->format, "csv, jsonl or raw; usually by the ending of the name");
     add_duplicates(options, wanted->repeated);
-    options.add_option("--rejects", wanted->rejects, "New file for the rows that are refused")
-        ->type_name("FILE");
+    options.add("--rejects", wanted->rejects, "New file for the rows that are refused")
+        .value_name("FILE");
     add_separator(options, wanted->reading.separator);
-    options.add_flag_callback(
+    options.add_call(
         "--no-header", [wanted] { wanted->reading.has_header = false; },
         "The first line is a row; columns are in the order of the fields");
-    options.add_flag("--partial", wanted->reading.is_partial,
-                     "Pass over columns without a field; fields without a column are 0 or empty");
-    options.add_flag("--empty-is-zero", wanted->reading.is_empty_zero,
-                     "Take the empty cell of a number for 0 instead of refusing the row");
-    options.add_option("--from-line", wanted->from_line, "Pass over rows in front of this line")
-        ->type_name("N");
+    options.add("--partial", wanted->reading.is_partial,
+                "Pass over columns without a field; fields without a column are 0 or empty");
+    options.add("--empty-is-zero", wanted->reading.is_empty_zero,
+                "Take the empty cell of a number for 0 instead of refusing the row");
+    options.add("--from-line", wanted->from_line, "Pass over rows in front of this line")
+        .from_one()
+        .value_name("N");
     add_fields_file(options, common);
     add_sharing(options, common);
     add_json(options, common);

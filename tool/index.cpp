@@ -1,12 +1,11 @@
 // tarsil index: a new index file, built from the records.
-#include <nlohmann/json.hpp>
 
 #include "tool/command.h"
 #include "tool/describe.h"
 #include "tool/keys.h"
-#include "tool/new_file.h"
 #include "tool/opening.h"
 #include "tool/output.h"
+#include "tool/staged_file.h"
 #include "tool/watch.h"
 
 namespace tarsil::tool {
@@ -50,27 +49,30 @@ int64_t expected_bytes(const key_list& keys, int32_t records)
 
 outcome build(const request& wanted, open_files& files, const key_list& keys, int32_t records)
 {
-    new_file made(wanted.index);
+    answer<staged_file> made = staged_file::beside(wanted.index, ".building");
+    if (!made) return made.why();
     {
-        const watch watching("building " + wanted.index + ", about", made.name_until_whole(),
+        const watch watching("building " + wanted.index + ", about", made->name(),
                              expected_bytes(keys, records));
-        result<index> built = files.data.build_index(made.name_until_whole(), keys);
-        if (!built) return failure_on(built, wanted.index);
+        result<index> built = files.data.build_index(made->name(), keys);
+        if (!built) return failure_on(status(built.code()), wanted.index);
         const status closed = built->close();
         if (!closed) return failure_on(closed, wanted.index);
     }
     const outcome closed = files.close();
     if (!closed) return closed;
-    return made.keep();
+    const outcome durable = made->make_durable();
+    if (!durable) return durable;
+    return made->take_place(staged_file::exists::refuse);
 }
 
 void tell(const request& wanted, const key_list& keys, const field_list& fields, int32_t records,
           const common_options& common)
 {
-    nlohmann::ordered_json facts = {{"file", wanted.index},
-                                    {"created", !common.dry_run},
-                                    {"records", records},
-                                    {"keys", nlohmann::ordered_json::array()}};
+    json facts = {{"file", wanted.index},
+                  {"created", !common.dry_run},
+                  {"records", records},
+                  {"keys", json::array()}};
     std::string names;
     for (const key_definition& key : keys) {
         const std::vector<field> parts = detail::fields_of(key);
@@ -78,9 +80,8 @@ void tell(const request& wanted, const key_list& keys, const field_list& fields,
         names += fmt::format("{}({})", names.empty() ? "" : ", ", key_names(parts, fields));
     }
     if (common.json) return put_json(facts);
-    print("{}{}: {} over {} records: {}\n", common.dry_run ? "would make " : "", wanted.index,
-          keys.size() == 1 ? "1 key" : fmt::format("{} keys", keys.size()), grouped(records),
-          names);
+    print("{}{}: {} over {}: {}\n", common.dry_run ? "would make " : "", wanted.index,
+          counted(static_cast<int64_t>(keys.size()), "key"), counted(records, "record"), names);
 }
 
 int run(const request& wanted, const common_options& common)
@@ -103,22 +104,19 @@ int run(const request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_index(CLI::App& options, common_options& common)
+run_command declare_index(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("INDEX", wanted->index, "The new index file")->required();
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("INDEX", wanted->index, "The new index file").required();
     options
-        .add_option("--key", wanted->keys,
-                    "A key: its fields by name, separated by commas; once for each key")
-        ->required()
-        ->allow_extra_args(false)
-        ->type_name("FIELD[,FIELD...][:cursor]");
-    options
-        .add_option("--order", wanted->order,
-                    "Half the entries that a node has room for; 0 chooses")
-        ->check(quiet(CLI::Range(0, 1'000'000)))
-        ->type_name("N");
+        .add("--key", wanted->keys,
+             "A key: its fields by name, separated by commas; once for each key")
+        .required()
+        .value_name("FIELD[,FIELD...][:cursor]");
+    options.add("--order", wanted->order, "Half the entries that a node has room for; 0 chooses")
+        .between(0, 1'000'000)
+        .value_name("N");
     add_fields_file(options, common);
     add_sharing(options, common);
     add_json(options, common);

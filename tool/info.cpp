@@ -5,12 +5,11 @@
 // has not written yet isn't seen: a file that is open elsewhere is told to be so.
 #include <cstring>
 
-#include <nlohmann/json.hpp>
-
 #include "check/file_bytes.h"
 #include "check/index_check.h"
 #include "data/data_format.h"
 #include "tool/command.h"
+#include "tool/compaction.h"
 #include "tool/describe.h"
 #include "tool/holders.h"
 #include "tool/opening.h"
@@ -21,8 +20,6 @@ namespace tarsil::tool {
 namespace {
 
 constexpr int64_t most_file_bytes = 0x7fffffff;
-
-using json = nlohmann::ordered_json;
 
 template <class Stored> Stored load_from(check::file_bytes& file, int64_t offset)
 {
@@ -40,10 +37,12 @@ std::string version_of(check::file_bytes& file)
 
 outcome look_into(check::file_bytes& file, const std::string& name)
 {
+    if (kind_of(name) == file_kind::not_there)
+        return failure{name + ": there is no such file", "check the name"};
     switch (file.open(name.c_str())) {
     case check::open_result::opened: return {};
     case check::open_result::not_there:
-        return failure{name + ": can't be read", "check the name and the permissions"};
+        return failure{name + ": can't be read", "check its permissions"};
     case check::open_result::not_a_file:
         return failure{name + ": is not a regular file", "check the name"};
     case check::open_result::too_large:
@@ -92,7 +91,7 @@ json index_facts(check::file_bytes& file, const check::index_report& report,
             const key_field& part = one.key.fields[i];
             parts.push_back({"", part.type, part.length, part.offset});
         }
-        facts["keys"].push_back({{"number", facts["keys"].size()},
+        facts["keys"].push_back({{"number", facts["keys"].items().size()},
                                  {"names", key_names(parts, fields)},
                                  {"fields", key_fields(parts, fields)},
                                  {"order", one.key.max_entries / 2},
@@ -107,16 +106,15 @@ json index_facts(check::file_bytes& file, const check::index_report& report,
 
 std::string shown(const json& value)
 {
-    if (value.is_number_integer()) return grouped(value.get<int64_t>());
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_number() ? grouped(value.number()) : value.text();
 }
 
 void put_fields(const json& fields)
 {
     rows lines;
-    for (const json& one : fields)
-        lines.push_back(
-            {one["name"], one["type"], one["letter"], shown(one["length"]), shown(one["offset"])});
+    for (const json& one : fields.items())
+        lines.push_back({one.at("name").text(), one.at("type").text(), one.at("letter").text(),
+                         shown(one.at("length")), shown(one.at("offset"))});
     print("\n");
     put_table({{"FIELD"}, {"TYPE"}, {"LETTER"}, {"BYTES", true}, {"OFFSET", true}}, lines);
 }
@@ -124,10 +122,10 @@ void put_fields(const json& fields)
 void put_keys(const json& keys)
 {
     rows lines;
-    for (const json& one : keys)
-        lines.push_back({shown(one["number"]), one["names"], shown(one["order"]),
-                         shown(one["depth"]), shown(one["nodes"]), shown(one["entries"]),
-                         shown(one["fill_percent"]) + " %"});
+    for (const json& one : keys.items())
+        lines.push_back({shown(one.at("number")), one.at("names").text(), shown(one.at("order")),
+                         shown(one.at("depth")), shown(one.at("nodes")), shown(one.at("entries")),
+                         shown(one.at("fill_percent")) + " %"});
     print("\n");
     put_table({{"KEY", true},
                {"FIELDS"},
@@ -142,7 +140,7 @@ void put_keys(const json& keys)
 void put_for_people(const json& facts)
 {
     std::vector<std::pair<std::string, std::string>> lines;
-    for (const auto& [name, value] : facts.items()) {
+    for (const auto& [name, value] : facts.members()) {
         std::string words = name;
         std::replace(words.begin(), words.end(), '_', ' ');
         if (name == "record_length" && value.is_null())
@@ -151,8 +149,8 @@ void put_for_people(const json& facts)
             lines.emplace_back(words, shown(value));
     }
     put_facts(lines);
-    if (facts.contains("fields")) put_fields(facts["fields"]);
-    if (facts.contains("keys") && !facts["keys"].empty()) put_keys(facts["keys"]);
+    if (facts.contains("fields")) put_fields(facts.at("fields"));
+    if (facts.contains("keys") && !facts.at("keys").items().empty()) put_keys(facts.at("keys"));
 }
 
 class informer {
@@ -174,7 +172,7 @@ public:
         }
         case file_kind::index: {
             const check::index_report report = check::check_index_file(file, nullptr);
-            facts.update(index_facts(file, report, fields_));
+            facts.append(index_facts(file, report, fields_));
             if (!report.is_sound()) warn(name + ": is damaged; `tarsil check` tells more");
             break;
         }
@@ -185,6 +183,8 @@ public:
             return failure{name + ": doesn't begin with the mark of a data file or index file",
                            "check the name"};
         }
+        const pending_exchange pending = pending_compaction(name);
+        if (!pending.text.empty()) warn(pending.text);
         const holders open_elsewhere = holders_of(name);
         if (!open_elsewhere.known.empty()) facts["open_in"] = names_of(open_elsewhere);
         warn_of_size(name);
@@ -195,7 +195,7 @@ private:
     outcome add_data(check::file_bytes& file, const std::string& name, json& facts)
     {
         const auto header = load_from<data_header>(file, data_header_offset);
-        facts.update(data_facts(file, header));
+        facts.append(data_facts(file, header));
         if (header.record_length < 1 && header.record_length != TS_VARIABLE_LENGTH) {
             warn(name + ": its header can't be true; `tarsil check` tells more");
             return {};
@@ -225,7 +225,7 @@ int run(const std::vector<std::string>& names, const common_options& common)
             status = fail(facts.why());
             continue;
         }
-        if (!common.json && !all.empty()) print("\n");
+        if (!common.json && !all.items().empty()) print("\n");
         if (!common.json) put_for_people(*facts);
         all.push_back(*facts);
     }
@@ -235,13 +235,13 @@ int run(const std::vector<std::string>& names, const common_options& common)
 
 } // namespace
 
-run_command declare_info(CLI::App& options, common_options& common)
+run_command declare_info(option_set& options, common_options& common)
 {
     auto names = std::make_shared<std::vector<std::string>>();
     options
-        .add_option("FILE", *names,
-                    "Data files and index files; a data file names the fields of those behind it")
-        ->required();
+        .add("FILE", *names,
+             "Data files and index files; a data file names the fields of those behind it")
+        .required();
     add_fields_file(options, common);
     add_json(options, common);
     return [names, &common] { return run(*names, common); };

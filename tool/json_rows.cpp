@@ -54,7 +54,7 @@ public:
         is_deleted_ = name == "_deleted";
         if (is_deleted_ || name == "_number" || reader_.options_.is_partial)
             return check_twice(name);
-        if (field_ < 0) return refuse(fmt::format("there is no field '{}'", name));
+        if (field_ < 0) return refuse("there is no field " + in_quotes(name));
         return check_twice(name);
     }
     bool parse_error(size_t at, const std::string&, const nlohmann::detail::exception&) override
@@ -74,8 +74,7 @@ private:
     bool check_twice(const std::string& name)
     {
         if (field_ < 0) return true;
-        if (seen_[static_cast<size_t>(field_)])
-            return refuse(fmt::format("'{}' stands twice", name));
+        if (seen_[static_cast<size_t>(field_)]) return refuse(in_quotes(name) + " stands twice");
         seen_[static_cast<size_t>(field_)] = true;
         return true;
     }

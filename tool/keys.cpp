@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "tool/describe.h"
+#include "tool/output.h"
 #include "tool/values.h"
 
 namespace tarsil::tool {
@@ -113,7 +114,8 @@ answer<key_value> read_key_value(const std::vector<field>& parts,
                                  const std::vector<std::string>& texts, bool is_beginning)
 {
     if (texts.empty() || texts.size() > parts.size())
-        return failure{fmt::format("{} values for a key of {} fields", texts.size(), parts.size()),
+        return failure{fmt::format("{} for a key of {}", counted(std::ssize(texts), "value"),
+                                   counted(std::ssize(parts), "field")),
                        "give one value a field, from the first on"};
     key_value value;
     for (const std::string& text : texts) {

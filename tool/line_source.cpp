@@ -32,13 +32,14 @@ answer<line_source> line_source::open(const std::string& name)
                        "check its name and its permissions"};
     if (S_ISDIR(about.st_mode))
         return failure{name + ": is a folder", "give a file, or - for standard input"};
-    if (S_ISREG(about.st_mode)) made.size_ = about.st_size;
+    made.is_file_ = S_ISREG(about.st_mode);
+    if (made.is_file_) made.size_ = about.st_size;
     return made;
 }
 
 line_source::line_source(line_source&& other) noexcept
     : name_(std::move(other.name_)), descriptor_(std::exchange(other.descriptor_, no_descriptor)),
-      size_(other.size_)
+      size_(other.size_), is_file_(other.is_file_)
 {
 }
 
@@ -65,6 +66,7 @@ bool line_source::fill()
                            "check the file; it doesn't look like rows of text"};
         return false;
     }
+    if (!is_file_ && before_waiting_) before_waiting_();
     ssize_t count = 0;
     do count = ::read(descriptor_, buffer_.data() + end_, read_bytes);
     while (count < 0 && errno == EINTR);

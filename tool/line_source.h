@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,9 @@ public:
     void give_up_first_line();
     std::string_view first_line() const;
 
+    // Called in front of every read that may have to wait for somebody: of anything but a file.
+    void before_waiting(std::function<void()> call) { before_waiting_ = std::move(call); }
+
     int64_t size() const { return size_; } // 0 where it isn't known
     int64_t bytes_read() const { return bytes_before_ + static_cast<int64_t>(cursor_); }
     const std::optional<failure>& problem() const { return problem_; }
@@ -47,6 +51,7 @@ private:
     std::string name_;
     int descriptor_ = -1;
     int64_t size_ = 0;
+    bool is_file_ = false;
     std::vector<char> buffer_;
     size_t end_ = 0;    // of the bytes in the buffer
     size_t cursor_ = 0; // behind the last line
@@ -56,6 +61,7 @@ private:
     int64_t lines_in_row_ = 0;
     bool is_at_end_ = false;
     std::optional<failure> problem_;
+    std::function<void()> before_waiting_;
 };
 
 } // namespace tarsil::tool

@@ -5,8 +5,6 @@
 // by all that it covers.
 #include <fstream>
 
-#include <nlohmann/json.hpp>
-
 #include "check/data_check.h"
 #include "index/index_format.h"
 #include "tool/command.h"
@@ -17,8 +15,6 @@
 namespace tarsil::tool {
 
 namespace {
-
-using json = nlohmann::ordered_json;
 
 constexpr int64_t whole_bytes = 0x7fffffff;
 
@@ -225,10 +221,10 @@ int run(const std::vector<std::string>& names, const common_options& common)
 
 } // namespace
 
-run_command declare_locks(CLI::App& options, common_options& common)
+run_command declare_locks(option_set& options, common_options& common)
 {
     auto names = std::make_shared<std::vector<std::string>>();
-    options.add_option("FILE", *names, "Data files and index files")->required();
+    options.add("FILE", *names, "Data files and index files").required();
     add_json(options, common);
     return [names, &common] { return run(*names, common); };
 }

@@ -46,30 +46,31 @@ void put_paragraphs(std::string_view text)
     }
 }
 
-std::string synopsis_of(const CLI::App& options)
+std::string synopsis_of(const declared_command& command)
 {
-    std::string line = ".B tarsil " + options.get_name() + "\n";
-    for (const CLI::Option* const one : options.get_options()) {
-        if (!one->get_positional()) continue;
-        const bool is_list = one->get_expected_max() > 1;
-        const std::string name = "\\fI" + one->get_name() + "\\fR" + (is_list ? "..." : "");
-        line += one->get_required() ? name + "\n" : "[" + name + "]\n";
+    std::string line = fmt::format(".B tarsil {}\n", command.about->name);
+    for (const option& one : command.options.all()) {
+        if (!one.is_operand()) continue;
+        const std::string name = "\\fI" + one.name + "\\fR" + (one.is_list() ? "..." : "");
+        line += one.is_required ? name + "\n" : "[" + name + "]\n";
     }
+    for (const option& one : command.options.all())
+        if (one.is_required && !one.is_operand())
+            line += fmt::format("\\fB{}\\fR \\fI{}\\fR...\n", plain(one.name),
+                                plain(one.value_text));
     return line + "[\\fIoptions\\fR]\n";
 }
 
-void put_options(const CLI::App& options)
+void put_options(const option_set& options)
 {
-    for (const CLI::Option* const one : options.get_options()) {
-        if (one->get_name() == "--help") continue;
-        const bool has_value = !one->get_positional() && one->get_expected_min() > 0;
-        if (one->get_positional())
-            print(".TP\n\\fI{}\\fR\n", one->get_name());
+    for (const option& one : options.all()) {
+        const std::string value = " \\fI" + plain(one.value_text) + "\\fR";
+        if (one.is_operand())
+            print(".TP\n\\fI{}\\fR\n", one.name);
         else
-            print(".TP\n\\fB{}\\fR{}\n", plain(one->get_name()),
-                  has_value ? " \\fI" + plain(one->get_type_name()) + "\\fR" : "");
-        print("{}{}\n", plain(one->get_description()),
-              one->get_default_str().empty() ? "" : " (" + one->get_default_str() + ")");
+            print(".TP\n\\fB{}\\fR{}\n", plain(one.name), one.is_flag() ? "" : value);
+        print("{}{}\n", plain(one.about),
+              one.default_text.empty() ? "" : " (" + one.default_text + ")");
     }
 }
 
@@ -125,21 +126,19 @@ void put_section(const char* title, const char* text)
 
 } // namespace
 
-void write_manual(const CLI::App& program)
+void write_manual(const std::vector<declared_command>& commands)
 {
     print(".TH TARSIL 1 \"\" \"TARSIL32 " TARSIL_VERSION "\" \"User Commands\"\n");
     print(".SH NAME\ntarsil \\- work on TARSIL32 data files and index files\n.SH SYNOPSIS\n");
-    for (const command& one : all_commands())
-        print("{}.br\n", synopsis_of(*program.get_subcommand(one.name)));
+    for (const declared_command& one : commands) print("{}.br\n", synopsis_of(one));
     put_section("DESCRIPTION", "Makes data files and index files, brings records in and out, looks "
                                "at them, changes them, and keeps the files sound.");
     print(".SH COMMANDS\n");
-    for (const command& one : all_commands()) {
-        const CLI::App& options = *program.get_subcommand(one.name);
-        print(".SS tarsil {}\n{}.\n", one.name, plain(one.summary));
-        put_paragraphs(one.manual);
-        put_options(options);
-        put_examples(one.examples);
+    for (const declared_command& one : commands) {
+        print(".SS tarsil {}\n{}.\n", one.about->name, plain(one.about->summary));
+        put_paragraphs(one.about->manual);
+        put_options(one.options);
+        put_examples(one.about->examples);
     }
     put_section("FIELDS", about_files);
     put_types();
@@ -149,7 +148,6 @@ void write_manual(const CLI::App& program)
     put_section("ENVIRONMENT", "`COLUMNS` is the width for tables, where the terminal doesn't tell "
                                "it.");
     print(".SH SEE ALSO\n.BR tarsil32 (3)\n");
-    finish_output(exit_done);
 }
 
 } // namespace tarsil::tool

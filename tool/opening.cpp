@@ -16,6 +16,7 @@
 
 #include "data/data_format.h"
 #include "index/index_format.h"
+#include "tool/compaction.h"
 #include "tool/folders.h"
 #include "tool/holders.h"
 #include "tool/output.h"
@@ -209,6 +210,9 @@ answer<library> start_library(const common_options& common, bool is_shared)
 answer<open_files> open(const std::string& data, const std::vector<std::string>& indexes,
                         const common_options& common, usual_mode usual)
 {
+    const outcome settled = common.dry_run ? outcome()
+                                           : settle_compaction(data, common.wait_seconds);
+    if (!settled) return settled.why();
     const outcome is_data = check_kind(data, file_kind::data);
     if (!is_data) return is_data.why();
     for (const std::string& name : indexes) {

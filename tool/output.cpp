@@ -7,8 +7,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
 namespace tarsil::tool {
 
 byte_sink::byte_sink(byte_sink&& other) noexcept
@@ -19,16 +17,17 @@ byte_sink::byte_sink(byte_sink&& other) noexcept
 
 byte_sink::~byte_sink() { (void)close(); }
 
-answer<byte_sink> byte_sink::create(const std::string& name)
+answer<byte_sink> byte_sink::create(const std::string& name, const std::string& told)
 {
+    const std::string& shown = told.empty() ? name : told;
     const int descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
     if (descriptor < 0 && errno == EEXIST)
-        return failure{name + ": exists already", "choose another name, or remove it first"};
+        return failure{shown + ": exists already", "choose another name, or remove it first"};
     if (descriptor < 0)
-        return failure{name + ": can't be made: " + std::strerror(errno),
+        return failure{shown + ": can't be made: " + std::strerror(errno),
                        "check the folder and its permissions"};
     byte_sink made(fdopen(descriptor, "wb"));
-    made.name_ = name;
+    made.name_ = shown;
     return made;
 }
 
@@ -49,7 +48,7 @@ outcome byte_sink::close()
     if (std::fclose(std::exchange(file_, nullptr)) != 0 && error_ == 0) error_ = errno;
     if (error_ == 0) return {};
     return failure{name_ + ": can't be written: " + std::strerror(error_),
-                   "what is in it is not complete; give it room and start anew"};
+                   "give it room, and start anew"};
 }
 
 byte_sink& standard_output()
@@ -71,10 +70,11 @@ int finish_output(int status)
                  "give it room and start anew"});
 }
 
-void put_json(const nlohmann::ordered_json& facts)
+void put_json(const json& facts) { standard_output().put(facts.dump() + "\n"); }
+
+std::string counted(int64_t number, std::string_view noun)
 {
-    using json = nlohmann::ordered_json;
-    standard_output().put(facts.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
+    return fmt::format("{} {}{}", grouped(number), noun, number == 1 ? "" : "s");
 }
 
 std::string grouped(int64_t number)

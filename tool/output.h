@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "tool/json.h"
 #include <fmt/format.h>
-#include <nlohmann/json_fwd.hpp>
 
 #include "tool/failure.h"
 
@@ -30,7 +30,8 @@ public:
     ~byte_sink();
 
     // A new file; one that is there already is never overwritten.
-    static answer<byte_sink> create(const std::string& name);
+    // Failures name it `told`, where it is to get another name.
+    static answer<byte_sink> create(const std::string& name, const std::string& told = {});
 
     bool is_open() const { return file_ != nullptr; }
     void put(std::string_view bytes)
@@ -65,7 +66,7 @@ template <class... Values> void print(fmt::format_string<Values...> pattern, Val
 // The last step of a command: `status` unless standard output failed.
 int finish_output(int status);
 
-void put_json(const nlohmann::ordered_json& facts);
+void put_json(const json& facts);
 
 // Columns of the terminal, or 0 where standard output is none.
 int terminal_width();
@@ -83,5 +84,7 @@ void put_facts(const std::vector<std::pair<std::string, std::string>>& facts);
 
 // 1234567 as 1,234,567.
 std::string grouped(int64_t number);
+// "1 record", "1,234 records".
+std::string counted(int64_t number, std::string_view noun);
 
 } // namespace tarsil::tool

@@ -2,7 +2,6 @@
 //
 // One call of the library, with no way back from an interruption, which the manual says; Ctrl-C is
 // only noted meanwhile. The file keeps its length, but its end is given back to the disk.
-#include <nlohmann/json.hpp>
 
 #include "tool/command.h"
 #include "tool/opening.h"
@@ -44,19 +43,18 @@ int run(const request& wanted, const common_options& common)
                   {common.dry_run ? "would_remove" : "removed", *removed},
                   {"records", facts->records - *removed}});
     else
-        print("{}: {} deleted {} {}, {} left\n", wanted.data, grouped(*removed),
-              *removed == 1 ? "record" : "records", common.dry_run ? "would be removed" : "removed",
-              grouped(facts->records - *removed));
+        print("{}: {} {}, {} left\n", wanted.data, counted(*removed, "deleted record"),
+              common.dry_run ? "would be removed" : "removed", grouped(facts->records - *removed));
     return exit_done;
 }
 
 } // namespace
 
-run_command declare_purge(CLI::App& options, common_options& common)
+run_command declare_purge(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("INDEX", wanted->indexes, "All of its index files");
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("INDEX", wanted->indexes, "All of its index files");
     add_sharing(options, common);
     add_json(options, common);
     add_dry_run(options, common);

@@ -55,7 +55,8 @@ void record_builder::put(size_t field_number, std::string_view text)
         if (fields_.is_variable())
             states_[field_number] = state::absent;
         else
-            refuse("\\N stands for the end of a record, and records here have one length");
+            refuse(one.name +
+                   ": null or \\N is no value here: no record ends before its last field");
         return;
     }
     const bool is_open_ended = fields_.is_open_ended(field_number);
@@ -75,7 +76,7 @@ void record_builder::put_deleted(std::string_view text)
 {
     is_deleted_ = text == "1" || text == "true";
     if (!is_deleted_ && text != "0" && text != "false" && !text.empty())
-        refuse(fmt::format("_deleted: '{}' is neither 0 nor 1", text));
+        refuse(fmt::format("_deleted: {} is neither 0 nor 1", in_quotes(text)));
 }
 
 void record_builder::refuse(std::string reason)

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "tool/output.h"
 #include "tool/values.h"
 
 namespace tarsil::tool {
@@ -111,7 +112,8 @@ outcome record_writer::put(const record& one)
 
 outcome record_writer::cut(const record& one, size_t field_number) const
 {
-    return failure{fmt::format("a record of {} bytes ends inside the field '{}'", one.bytes.size(),
+    return failure{fmt::format("a record of {} ends inside the field '{}'",
+                               counted(std::ssize(one.bytes), "byte"),
                                fields_.all[field_number].name),
                    "--format raw takes it as it is; or describe the records anew by --fields"};
 }

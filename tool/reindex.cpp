@@ -3,7 +3,6 @@
 // What the keys are is read from the old file by its format, so that damaged trees don't matter; or
 // the user tells it. The new file is made beside the old one, which is held alone meanwhile, and
 // takes its place by one rename when it is whole and on stable storage.
-#include <nlohmann/json.hpp>
 
 #include "check/data_check.h"
 #include "tool/command.h"
@@ -113,10 +112,10 @@ outcome build(const open_files& files, const old_index& old)
     return made->take_place(is_new ? staged_file::exists::refuse : staged_file::exists::replace);
 }
 
-nlohmann::ordered_json tell(const old_index& old, const open_files& files, int32_t records,
-                            const common_options& common)
+json tell(const old_index& old, const open_files& files, int32_t records,
+          const common_options& common)
 {
-    nlohmann::ordered_json keys = nlohmann::ordered_json::array();
+    json keys = json::array();
     std::string names;
     for (const key_definition& key : old.definitions) {
         const std::vector<field> parts = detail::fields_of(key);
@@ -124,8 +123,9 @@ nlohmann::ordered_json tell(const old_index& old, const open_files& files, int32
         names += fmt::format("{}({})", names.empty() ? "" : ", ", key_names(parts, files.fields));
     }
     if (!common.json)
-        print("{}: {} over {} records: {}\n", old.name,
-              common.dry_run ? "would be built anew" : "built anew", grouped(records), names);
+        print("{}: {} over {}: {}\n", old.name,
+              common.dry_run ? "would be built anew" : "built anew", counted(records, "record"),
+              names);
     return {{"file", old.name},
             {"built", !common.dry_run},
             {"records", records},
@@ -137,7 +137,7 @@ outcome reindex_all(const reindex_options& options, const common_options& common
 {
     const result<file_facts> facts = files.data.facts();
     if (!facts) return failure_on(facts, options.data);
-    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    json all = json::array();
     for (const std::string& name : options.indexes) {
         if (stop_wanted()) return failure{"stopped", "index files not told of are as they were"};
         old_index old{name, {}, 0, {}};
@@ -155,40 +155,40 @@ int run(const reindex_options& options, common_options& common)
 {
     if (!options.keys.empty() && options.indexes.size() != 1)
         return fail({"--key is for one index file", "give one INDEX at a time"});
-    const outcome is_sound = check_data(options, common);
-    if (!is_sound) return fail(is_sound.why());
+    outcome done = common.dry_run ? outcome()
+                                  : settle_compaction(options.data, common.wait_seconds);
+    if (done) done = check_data(options, common);
+    if (!done) return fail(done.why());
     common.mode = sharing::alone;
     answer<open_files> files = open(options.data, {}, common, usual_mode::alone);
     if (!files) return fail(files.why());
     const int32_t set = tsspdoub32(options.precision);
     if (set < 0) return fail(failure_of(status(set), "--precision"));
-    const outcome done = reindex_all(options, common, *files);
+    done = reindex_all(options, common, *files);
     if (!done) return fail(done.why());
     return exit_done;
 }
 
 } // namespace
 
-run_command declare_reindex(CLI::App& options, common_options& common)
+run_command declare_reindex(option_set& options, common_options& common)
 {
     auto given = std::make_shared<reindex_options>();
-    options.add_option("DATA", given->data, "The data file")->required();
-    options.add_option("INDEX", given->indexes, "The index files to build anew")->required();
+    options.add("DATA", given->data, "The data file").required();
+    options.add("INDEX", given->indexes, "The index files to build anew").required();
     options
-        .add_option("--key", given->keys,
-                    "A key, instead of those in the old file, as in `tarsil index`")
-        ->allow_extra_args(false)
-        ->type_name("FIELD[,FIELD...][:cursor]");
+        .add("--key", given->keys, "A key, instead of those in the old file, as in `tarsil index`")
+        .value_name("FIELD[,FIELD...][:cursor]");
     options
-        .add_option("--order", given->order,
-                    "With --key: half the entries that a node has room for; 0 chooses")
-        ->check(CLI::Range(0, 1'000'000))
-        ->type_name("N");
+        .add("--order", given->order,
+             "With --key: half the entries that a node has room for; 0 chooses")
+        .between(0, 1'000'000)
+        .value_name("N");
     options
-        .add_option("--precision", given->precision,
-                    "Digits in which float and double keys are told apart")
-        ->check(CLI::Range(0, 100))
-        ->capture_default_str();
+        .add("--precision", given->precision,
+             "Digits in which float and double keys are told apart")
+        .between(0, 100)
+        .shows_default();
     add_fields_file(options, common);
     add_wait(options, common);
     add_json(options, common);

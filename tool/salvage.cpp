@@ -6,8 +6,6 @@
 #include <array>
 #include <filesystem>
 
-#include <nlohmann/json.hpp>
-
 #include "data/data_format.h"
 #include "tool/command.h"
 #include "tool/damaged_file.h"
@@ -21,8 +19,6 @@
 namespace tarsil::tool {
 
 namespace {
-
-using json = nlohmann::ordered_json;
 
 struct salvage_options {
     std::string from;
@@ -217,8 +213,8 @@ void tell(const salvage_options& options, const guessed_file& guess, const salva
     const std::string length = guess.shape.record_length == TS_VARIABLE_LENGTH
                                    ? "records of variable length"
                                    : fmt::format("records of {} bytes", guess.shape.record_length);
-    print("{}: {}, {}; {} fields; the first record at {}\n", options.from, length,
-          guess.length_source, guess.table.size(), guess.shape.first);
+    print("{}: {}, {}; {}; the first record at {}\n", options.from, length, guess.length_source,
+          counted(std::ssize(guess.table), "field"), guess.shape.first);
     print("{}: {} records {}, {} of them deleted\n", options.to, grouped(done.records),
           is_dry ? "would be saved" : "saved", grouped(done.deleted));
     if (done.left_out > 0) print("left out: {} deleted records\n", grouped(done.left_out));
@@ -265,24 +261,24 @@ int run(const salvage_options& options, const common_options& common)
 
 } // namespace
 
-run_command declare_salvage(CLI::App& options, common_options& common)
+run_command declare_salvage(option_set& options, common_options& common)
 {
     auto given = std::make_shared<salvage_options>();
-    options.add_option("DATA", given->from, "The damaged data file; it is only read")->required();
-    options.add_option("NEW", given->to, "The new data file")->required();
+    options.add("DATA", given->from, "The damaged data file; it is only read").required();
+    options.add("NEW", given->to, "The new data file").required();
     options
-        .add_option("--record-length", given->record_length,
-                    "Bytes of each record, or the word variable, instead of what the file tells")
-        ->type_name("BYTES");
-    options.add_option("--start", given->first, "Where the first record stands in the file")
-        ->check(CLI::Range(int64_t{0}, int64_t{0x7fffffff}))
-        ->type_name("OFFSET");
-    options.add_option("--field", given->fields, "A field of the new file, as in `tarsil create`")
-        ->type_name("NAME:TYPE[:LENGTH]");
-    options.add_flag("--live", given->only_live, "Leave out the records that are marked deleted");
-    options.add_flag("--doubtful", given->with_doubtful,
-                     "In a file of fixed length, save the bodies of records whose frames are "
-                     "damaged, too");
+        .add("--record-length", given->record_length,
+             "Bytes of each record, or the word variable, instead of what the file tells")
+        .value_name("BYTES");
+    options.add("--start", given->first, "Where the first record stands in the file")
+        .between(0, INT32_MAX)
+        .value_name("OFFSET");
+    options.add("--field", given->fields, "A field of the new file, as in `tarsil create`")
+        .value_name("NAME:TYPE[:LENGTH]");
+    options.add("--live", given->only_live, "Leave out the records that are marked deleted");
+    options.add("--doubtful", given->with_doubtful,
+                "In a file of fixed length, save the bodies of records whose frames are "
+                "damaged, too");
     add_wait(options, common);
     add_dry_run(options, common);
     add_json(options, common);

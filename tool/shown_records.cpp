@@ -6,10 +6,10 @@
 
 namespace tarsil::tool {
 
-void add_shown_format(CLI::App& options, std::string& format, common_options& common)
+void add_shown_format(option_set& options, std::string& format, common_options& common)
 {
     add_format(options, format, "table, csv, jsonl or raw (table)");
-    options.add_flag("--json", common.json, "The same as --format jsonl");
+    options.add("--json", common.json, "The same as --format jsonl");
 }
 
 answer<shown_records> shown_records::in_format(const std::string& format,

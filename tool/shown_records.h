@@ -9,7 +9,7 @@
 namespace tarsil::tool {
 
 // The options --format and --json.
-void add_shown_format(CLI::App& options, std::string& format, common_options& common);
+void add_shown_format(option_set& options, std::string& format, common_options& common);
 
 class shown_records {
 public:

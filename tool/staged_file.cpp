@@ -64,7 +64,7 @@ outcome remove_leftover(const std::string& name)
     if (kind == file_kind::not_there) return {};
     if (kind == file_kind::other || kind == file_kind::no_file)
         return failure{name + ": stands where a new file is to be made",
-                       "move it to another place"};
+                       "remove it if a killed command has left it, or move it away"};
     const answer<file_guard> guard = file_guard::alone(name, 0);
     if (!guard) return guard.why();
     if (unlink(name.c_str()) != 0) return failed_to("removed", name, errno);

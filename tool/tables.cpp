@@ -17,6 +17,10 @@ namespace tarsil::tool {
 
 namespace {
 
+// What libsmartcols would write as \xHH: a value that has been made fit for people has such texts,
+// and line ends, on purpose.
+constexpr const char* shown_already = "\\\n";
+
 struct table_release {
     void operator()(libscols_table* table) const { scols_unref_table(table); }
 };
@@ -115,8 +119,9 @@ void put_table(const std::vector<column>& columns, const rows& lines)
     if (table == nullptr) return;
     scols_table_set_termforce(table.get(), SCOLS_TERMFORCE_NEVER);
     for (const column& one : columns)
-        scols_table_new_column(table.get(), one.name.c_str(), 0,
-                               one.is_number ? SCOLS_FL_RIGHT : 0);
+        scols_column_set_safechars(scols_table_new_column(table.get(), one.name.c_str(), 0,
+                                                          one.is_number ? SCOLS_FL_RIGHT : 0),
+                                   shown_already);
     for (const auto& line : lines) add_line(table.get(), line);
     standard_output().put(text_of(table.get()));
 }
@@ -134,7 +139,7 @@ void put_facts(const std::vector<std::pair<std::string, std::string>>& facts)
     scols_table_new_column(table.get(), "name", 0, 0);
     libscols_column* const values = scols_table_new_column(table.get(), "value", 0, SCOLS_FL_WRAP);
     scols_column_set_wrapfunc(values, scols_wrapnl_chunksize, scols_wrapnl_nextchunk, nullptr);
-    scols_column_set_safechars(values, "\n");
+    scols_column_set_safechars(values, shown_already);
     for (const auto& [name, value] : facts) add_line(table.get(), {name, wrapped(value, room)});
     standard_output().put(text_of(table.get()));
 }

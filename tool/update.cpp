@@ -3,7 +3,6 @@
 // Between the reading and the writing nobody else can change the record: the files are locked. A
 // record whose key changes can't stay where it is; it is deleted and added anew, if that is asked
 // for.
-#include <nlohmann/json.hpp>
 
 #include "tool/assignments.h"
 #include "tool/opening.h"
@@ -99,17 +98,15 @@ int run(const request& wanted, const common_options& common)
 
 } // namespace
 
-run_command declare_update(CLI::App& options, common_options& common)
+run_command declare_update(option_set& options, common_options& common)
 {
     auto wanted = std::make_shared<request>();
-    options.add_option("DATA", wanted->data, "The data file")->required();
-    options.add_option("N", wanted->number, "Number of the record")
-        ->required()
-        ->check(quiet(CLI::PositiveNumber));
-    options.add_option("INDEX", wanted->indexes, "Its index files");
+    options.add("DATA", wanted->data, "The data file").required();
+    options.add("N", wanted->number, "Number of the record").required().from_one();
+    options.add("INDEX", wanted->indexes, "Its index files");
     add_assignments(options, wanted->assignments);
-    options.add_flag("--move", wanted->may_move,
-                     "Where a key changes: delete the record and add the new one");
+    options.add("--move", wanted->may_move,
+                "Where a key changes: delete the record and add the new one");
     add_duplicates(options, wanted->repeated);
     add_fields_file(options, common);
     add_sharing(options, common);

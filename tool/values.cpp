@@ -70,6 +70,20 @@ void append_escaped_byte(std::string& out, char byte)
     out += digits[code & 15];
 }
 
+std::string shown_text(std::string_view text)
+{
+    std::string shown;
+    while (!text.empty()) {
+        const size_t length = is_control(text[0]) ? 0 : character_length(text);
+        if (length == 0)
+            append_escaped_byte(shown, text[0]);
+        else
+            shown += text.substr(0, length);
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return shown;
+}
+
 // What stands behind the mark, as bytes; false if that isn't written as it has to be.
 bool read_escaped(std::string_view text, std::string& bytes)
 {
@@ -165,10 +179,10 @@ std::string put_number(const field& one, std::string_view text, std::byte* place
     const auto general = std::from_chars(text.data(), end, any);
     if (text.empty()) return "a number is missing";
     if (general.ec == std::errc::invalid_argument || general.ptr != end)
-        return fmt::format("'{}' is no number", text);
+        return in_quotes(text) + " is no number";
     if (std::is_integral_v<Number> && text.find_first_of(".eEn") != text.npos)
-        return fmt::format("'{}' is no whole number", text);
-    return fmt::format("{} doesn't fit {}", text, range_of(one));
+        return in_quotes(text) + " is no whole number";
+    return fmt::format("{} doesn't fit {}", in_quotes(text), range_of(one));
 }
 
 template <class Number, class Bits>
@@ -182,7 +196,7 @@ std::string put_floating(const field& one, std::string_view text, std::byte* pla
     const auto read = std::from_chars(text.data() + front.size(), end, bits, 16);
     const auto number = std::bit_cast<Number>(bits);
     if (read.ec != std::errc() || read.ptr != end || number == number)
-        return fmt::format("'{}' is no number", text);
+        return in_quotes(text) + " is no number";
     std::memcpy(place, &bits, sizeof bits);
     return {};
 }
@@ -247,23 +261,21 @@ std::string put_value(const field& one, std::string_view text, std::byte* place,
     }
 }
 
+std::string in_quotes(std::string_view text)
+{
+    constexpr size_t most = 40;
+    const bool is_cut = text.size() > most;
+    return fmt::format("'{}{}'", shown_text(text.substr(0, most)), is_cut ? "..." : "");
+}
+
 std::string shown_value(const field& one, std::span<const std::byte> bytes)
 {
+    if (one.letter == 's') {
+        const std::string_view text = text_bytes(one, bytes, true);
+        return shown_text(text.substr(0, text.find('\0')));
+    }
     std::string shown;
-    if (one.letter != 's') {
-        append_value(shown, one, bytes, false);
-        return shown;
-    }
-    std::string_view text = text_bytes(one, bytes, true);
-    text = text.substr(0, text.find('\0'));
-    while (!text.empty()) {
-        const size_t length = is_control(text[0]) ? 0 : character_length(text);
-        if (length == 0)
-            append_escaped_byte(shown, text[0]);
-        else
-            shown += text.substr(0, length);
-        text.remove_prefix(std::max<size_t>(length, 1));
-    }
+    append_value(shown, one, bytes, false);
     return shown;
 }
 

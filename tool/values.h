@@ -37,6 +37,10 @@ void append_text(std::string& out, std::string_view text);
 std::string put_value(const field& one, std::string_view text, std::byte* place,
                       size_t* length = nullptr);
 
+// A text for a line to people: in quotes, cut to some characters, nothing in it but what can be
+// shown.
+std::string in_quotes(std::string_view text);
+
 // A text as people see it: up to its first zero byte, with \xHH for what can't be shown.
 std::string shown_value(const field& one, std::span<const std::byte> bytes);
 

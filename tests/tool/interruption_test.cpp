@@ -1,0 +1,179 @@
+// Kills of compact, reindex and repair: at every step between which files change their names, and
+// at random moments. TOOL_KILL_ROUNDS tells how many of the latter (10).
+#include <random>
+
+#include "tests/support/child_process.h"
+#include "tests/tool/trees.h"
+
+#include "tarsil32.h"
+
+namespace tarsil::tests {
+
+namespace {
+
+constexpr int killed = 128 + SIGKILL;
+constexpr const char* all_files = "trees.dat trees.idx far/height.idx";
+constexpr int all_records = 300;
+constexpr int live_records = 258;
+
+class interruption : public trees {
+protected:
+    void SetUp() override
+    {
+        make_trees(all_records, 7);
+        must("mkdir far && tarsil index trees.dat far/height.idx --key height,id");
+        must("mkdir kept && cp -p trees.dat trees.idx far/height.idx trees.dat.fields kept");
+    }
+    void restore() const
+    {
+        must("rm -rf far trees.* && mkdir far && cp -p kept/trees.* . && "
+             "cp -p kept/height.idx far");
+    }
+    typed stumble(const std::string& command, int at) const
+    {
+        return type("ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" TOOL_STUMBLE_LIBRARY
+                    " TOOL_STUMBLE=" +
+                    std::to_string(at) + " " + command);
+    }
+    // How many records the data file has, as the checker sees it, all files being sound.
+    int checked_records() const
+    {
+        const typed checked = type(std::string("tarsil check --json ") + all_files);
+        EXPECT_EQ(checked.status, 0) << checked.out << checked.err;
+        const std::string name = "\"records\": ";
+        const size_t at = checked.out.find(name);
+        return at == checked.out.npos ? -1 : std::stoi(checked.out.substr(at + name.size()));
+    }
+    bool is_as_before() const
+    {
+        return read("trees.dat") == read("kept/trees.dat") &&
+               read("trees.idx") == read("kept/trees.idx") &&
+               read("far/height.idx") == read("kept/height.idx");
+    }
+    std::string folder_list() const { return must("ls -A . far | grep -v '^[.]\\(out\\|err\\)$'"); }
+};
+
+// After each kill the checker is content; the next command that opens the file finishes what was
+// begun, or nothing was; and the next compaction leaves no trace of the killed one.
+TEST_F(interruption, CompactAtEveryStep)
+{
+    const std::string compact = std::string("tarsil compact ") + all_files;
+    must(compact);
+    const std::string clean = folder_list();
+    int planned = 0;
+    int step = 1;
+    for (;; ++step) {
+        SCOPED_TRACE(step);
+        restore();
+        const typed done = stumble(compact, step);
+        if (done.status == 0) break;
+        ASSERT_EQ(done.status, killed) << done.err;
+        const bool is_planned = is_there("trees.dat.compacting");
+        planned += is_planned ? 1 : 0;
+        const int records = checked_records();
+        EXPECT_EQ(records == live_records, is_planned || !is_as_before());
+        const typed opened = type("tarsil get trees.dat 1");
+        EXPECT_EQ(opened.status, 0) << opened.err;
+        EXPECT_EQ(opened.err.find("has been finished") != opened.err.npos, is_planned);
+        EXPECT_FALSE(is_there("trees.dat.compacting"));
+        EXPECT_EQ(checked_records(), records);
+        EXPECT_TRUE(records == live_records || (records == all_records && is_as_before()));
+        must(compact);
+        EXPECT_EQ(checked_records(), live_records);
+        EXPECT_EQ(folder_list(), clean);
+    }
+    EXPECT_GT(planned, 5);
+    EXPECT_GT(step, 20);
+}
+
+// A program that knows nothing of the journal adds a record before the next command comes: nothing
+// of what it added is lost.
+TEST_F(interruption, CompactAndThenAnAddByAnotherProgram)
+{
+    const std::string data = folder.file("trees.dat");
+    int undone = 0;
+    for (int step = 1;; ++step) {
+        SCOPED_TRACE(step);
+        restore();
+        if (stumble(std::string("tarsil compact ") + all_files, step).status == 0) break;
+        if (!is_there("trees.dat.compacting")) continue;
+        support::child_process other([&](const support::child_line& line) {
+            line.step([&] {
+                tsinit32();
+                const char record[tree_bytes] = "\x7F\x7F\x7F\x7F!";
+                const int32_t file = tsopend32(data.c_str());
+                return tsadd32(file, record, tree_bytes, 'y') + tsclosed32(file);
+            });
+        });
+        ASSERT_EQ(other.next(), 0);
+        const typed settled = type("tarsil get trees.dat 1");
+        EXPECT_EQ(settled.status, 0) << settled.err;
+        const bool is_undone = settled.err.find("has been undone") != settled.err.npos;
+        undone += is_undone ? 1 : 0;
+        must(std::string("tarsil reindex ") + all_files);
+        EXPECT_EQ(checked_records(), is_undone ? all_records + 1 : live_records + 1);
+        EXPECT_NE(must("tarsil export trees.dat").find("2139062143"), std::string::npos);
+        EXPECT_EQ(folder_list().find("compact"), std::string::npos);
+    }
+    EXPECT_GT(undone, 0);
+}
+
+TEST_F(interruption, ReindexAtEveryStep)
+{
+    for (int step = 1;; ++step) {
+        SCOPED_TRACE(step);
+        restore();
+        const typed done = stumble("tarsil reindex trees.dat trees.idx", step);
+        EXPECT_EQ(checked_records(), all_records);
+        if (done.status == 0) break;
+        ASSERT_EQ(done.status, killed) << done.err;
+        must("tarsil reindex trees.dat trees.idx");
+        EXPECT_FALSE(is_there("trees.idx.reindexing"));
+    }
+}
+
+TEST_F(interruption, RepairAtEveryStep)
+{
+    for (int step = 1;; ++step) {
+        SCOPED_TRACE(step);
+        restore();
+        cut("trees.dat", size_t(frame_of(250) + 20));
+        set_header_back(100);
+        const typed done = stumble("tarsil repair trees.dat", step);
+        if (done.status == 0) break;
+        ASSERT_EQ(done.status, killed) << done.err;
+        must("tarsil repair trees.dat");
+        EXPECT_NE(must("tarsil check trees.dat").find("249 records"), std::string::npos);
+    }
+}
+
+TEST_F(interruption, AtRandomMoments)
+{
+    const char* const told = std::getenv("TOOL_KILL_ROUNDS");
+    const int rounds = told != nullptr ? std::atoi(told) : 10;
+    const unsigned seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (const char* const command : {"tarsil compact ", "tarsil reindex "}) {
+        const auto start = std::chrono::steady_clock::now();
+        must(std::string(command) + all_files);
+        const auto took = std::chrono::steady_clock::now() - start;
+        const double seconds = std::chrono::duration<double>(took).count();
+        std::uniform_real_distribution<double> moment(0.0, seconds);
+        for (int round = 0; round < rounds; ++round) {
+            restore();
+            const std::string delay = std::to_string(moment(random) + 0.0001);
+            SCOPED_TRACE(command + delay);
+            type("timeout -s KILL " + delay + " " + command + all_files);
+            const int records = checked_records();
+            EXPECT_TRUE(records == live_records || is_as_before() || command[7] == 'r');
+            EXPECT_TRUE(records == live_records || records == all_records);
+            must("tarsil get trees.dat 1");
+            EXPECT_EQ(checked_records(), records);
+        }
+    }
+}
+
+} // namespace
+
+} // namespace tarsil::tests
