@@ -35,7 +35,7 @@ const char* words_for(nearness where)
 class finder {
 public:
     finder(const request& wanted, open_files& files, named_key& key, shown_records& shown)
-        : wanted_(wanted), files_(files), key_(key), shown_(shown), lock_(files)
+        : wanted_(wanted), key_(key), shown_(shown), lock_(files)
     {
     }
 
@@ -88,7 +88,6 @@ private:
     }
 
     const request& wanted_;
-    open_files& files_;
     named_key& key_;
     shown_records& shown_;
     batch_lock lock_;

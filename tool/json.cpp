@@ -4,6 +4,17 @@
 
 namespace tarsil::tool {
 
+json::json() = default;
+json::json(const json& other) = default;
+json::json(json&& other) noexcept = default;
+json& json::operator=(const json& other) = default;
+json& json::operator=(json&& other) noexcept = default;
+json::~json() = default;
+
+json::json(bool value) : value_(value) {}
+json::json(whole value) : value_(value.number) {}
+json::json(double value) : value_(value) {}
+json::json(std::string value) : value_(std::move(value)) {}
 json::json(const std::vector<std::string>& values) : value_(list(values.begin(), values.end())) {}
 json::json(const std::vector<int32_t>& values) : value_(list(values.begin(), values.end())) {}
 json::json(std::initializer_list<json_member> members) : value_(object(members)) {}
@@ -44,38 +55,41 @@ void json::append(const json& others)
     for (const json_member& one : others.members()) (*this)[one.name] = one.value;
 }
 
+bool json::is_null() const { return std::holds_alternative<std::monostate>(value_); }
+bool json::is_array() const { return std::holds_alternative<list>(value_); }
+bool json::is_number() const { return std::holds_alternative<int64_t>(value_); }
+const std::string& json::text() const { return std::get<std::string>(value_); }
+int64_t json::number() const { return std::get<int64_t>(value_); }
 const std::vector<json>& json::items() const { return std::get<list>(value_); }
 const std::vector<json_member>& json::members() const { return std::get<object>(value_); }
 
 // --- Writing -----------------------------------------------------------------------------------
 
-namespace {
-
 using written = nlohmann::ordered_json;
 
-struct writer {
+struct json_writer {
+    static written of(const json& value) { return std::visit(json_writer(), value.value_); }
+
     written operator()(std::monostate) const { return nullptr; }
     written operator()(const std::vector<json>& items) const
     {
         written all = written::array();
-        for (const json& one : items) all.push_back(one.visit(*this));
+        for (const json& one : items) all.push_back(of(one));
         return all;
     }
     written operator()(const std::vector<json_member>& members) const
     {
         written all = written::object();
-        for (const json_member& one : members) all[one.name] = one.value.visit(*this);
+        for (const json_member& one : members) all[one.name] = of(one.value);
         return all;
     }
     written operator()(const auto& plain) const { return plain; }
 };
 
-} // namespace
-
 // Bytes that are no UTF-8, as a file's name may have them, are replaced.
 std::string json::dump() const
 {
-    return visit(writer()).dump(2, ' ', false, written::error_handler_t::replace);
+    return json_writer::of(*this).dump(2, ' ', false, written::error_handler_t::replace);
 }
 
 } // namespace tarsil::tool

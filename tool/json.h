@@ -17,16 +17,21 @@ struct json_member;
 // Members of an object keep their order.
 class json {
 public:
-    json() = default; // null
-    json(bool value) : value_(value) {}
-    json(std::integral auto value) : value_(static_cast<int64_t>(value)) {}
-    json(double value) : value_(value) {}
-    json(std::string value) : value_(std::move(value)) {}
-    json(std::string_view value) : value_(std::string(value)) {}
-    json(const char* value) : value_(std::string(value)) {}
+    json(); // null
+    json(bool value);
+    json(std::integral auto value) : json(whole{static_cast<int64_t>(value)}) {}
+    json(double value);
+    json(std::string value);
+    json(std::string_view value) : json(std::string(value)) {}
+    json(const char* value) : json(std::string(value)) {}
     json(const std::vector<std::string>& values);
     json(const std::vector<int32_t>& values);
     json(std::initializer_list<json_member> members);
+    json(const json& other);
+    json(json&& other) noexcept;
+    json& operator=(const json& other);
+    json& operator=(json&& other) noexcept;
+    ~json();
     static json array();
 
     void push_back(json value);
@@ -36,23 +41,27 @@ public:
     bool contains(std::string_view name) const { return find(name) != nullptr; }
     void append(const json& members);
 
-    bool is_null() const { return std::holds_alternative<std::monostate>(value_); }
-    bool is_array() const { return std::holds_alternative<list>(value_); }
+    bool is_null() const;
+    bool is_array() const;
+    bool is_number() const;
     const std::vector<json>& items() const;
     const std::vector<json_member>& members() const;
-    const std::string& text() const { return std::get<std::string>(value_); }
-    int64_t number() const { return std::get<int64_t>(value_); }
-    bool is_number() const { return std::holds_alternative<int64_t>(value_); }
+    const std::string& text() const;
+    int64_t number() const;
 
     std::string dump() const; // several lines, indented
-    template <class Visitor> auto visit(const Visitor& of) const { return std::visit(of, value_); }
 
 private:
+    struct whole {
+        int64_t number;
+    };
     using list = std::vector<json>;
     using object = std::vector<json_member>;
 
+    explicit json(whole value);
     const json* find(std::string_view name) const;
 
+    friend struct json_writer;
     std::variant<std::monostate, bool, int64_t, double, std::string, list, object> value_;
 };
 
