@@ -38,8 +38,6 @@ constexpr bool mapping_is_wanted = sizeof(void*) == 8; // where there is room fo
 constexpr bool mapping_is_wanted = false;
 #endif
 
-// The smallest page of any machine; larger ones end where one of these ends, too.
-constexpr uintptr_t page_bytes = 4096;
 constexpr size_t first_bytes = 8;
 constexpr size_t line_bytes = 64; // of the processor's caches
 constexpr size_t fetched_bytes = 1024;
@@ -134,34 +132,43 @@ bool look_at_last(const uint8_t* last, bool& may_be_cut)
     return end_guarded_copy();
 }
 
+// Lengthens the file to `target`. What fails may have lengthened it all the same.
+bool allocate_up_to(open_file& entry, int64_t target)
+{
+    file_view& view = entry.view;
+    if (posix_fallocate(entry.descriptor, view.allocated, target - view.allocated) != 0) {
+        const int64_t size = size_in_file_system(entry);
+        if (size > view.allocated && size <= target) view.allocated = static_cast<int32_t>(size);
+        return false;
+    }
+    view.allocated = static_cast<int32_t>(target);
+    return true;
+}
+
 // Allocates up to the next whole step and writes zeros there, which costs less than to have each
-// page found empty by the first store into it. A step that fails may have lengthened the file all
-// the same.
+// page found empty by the first store into it.
 void grow_ahead(open_file& entry, int64_t end)
 {
     const int64_t whole = (end + growth_step_bytes - 1) / growth_step_bytes * growth_step_bytes;
     const int64_t target = std::min(whole, read_size_limit());
-    file_view& view = entry.view;
-    if (target < end) return;
-    if (posix_fallocate(entry.descriptor, view.allocated, target - view.allocated) != 0) {
-        const int64_t size = size_in_file_system(entry);
-        if (size > view.allocated && size <= target) view.allocated = static_cast<int32_t>(size);
-        return;
-    }
-    const size_t bytes = static_cast<size_t>(
-        std::min<int64_t>(target - view.allocated, growth_step_bytes));
-    static_cast<void>(pwrite(entry.descriptor, growth_zeros, bytes, view.allocated));
-    view.allocated = static_cast<int32_t>(target);
+    const int64_t from = entry.view.allocated;
+    if (target < end || !allocate_up_to(entry, target)) return;
+    const auto bytes = static_cast<size_t>(std::min<int64_t>(target - from, growth_step_bytes));
+    static_cast<void>(pwrite(entry.descriptor, growth_zeros, bytes, from));
 }
 
-// Whether a write may be stored up to `end`. Small files, wide gaps and large transfers go by
-// system calls, which allocate exactly what is written.
+// Whether a write may be stored up to `end`. Small files are appended to by system calls, which
+// allocate exactly what is written, within a page; across the edge of one a kill would cut the
+// call, so there the room is made first. Wide gaps and large transfers go by system calls, too.
 bool is_allocated(open_file& entry, int64_t end)
 {
     const file_view& view = entry.view;
     if (end <= view.allocated) return true;
-    if (end <= exact_length_bytes || end - view.allocated >= growth_step_bytes) return false;
-    grow_ahead(entry, end);
+    if (end - view.allocated >= growth_step_bytes) return false;
+    if (end > exact_length_bytes)
+        grow_ahead(entry, end);
+    else if (crosses_page(entry.position, end))
+        allocate_up_to(entry, end);
     return end <= view.allocated;
 }
 

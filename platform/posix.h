@@ -36,6 +36,7 @@ struct held_bytes {
 
 struct open_file {
     handle_state state;
+    bool is_alone;       // nobody else may open the file
     bool flush_failed;   // a flush has failed once, so none may succeed any more
     bool name_is_stable; // the directory entry has been flushed through this handle
     int descriptor;
@@ -46,6 +47,15 @@ struct open_file {
 };
 
 extern open_file open_files[open_file_limit];
+
+// The smallest page of any machine; larger ones end where one of these ends, too.
+inline constexpr int64_t page_bytes = 4096;
+
+// Whether bytes from `from` up to `end` lie in more than one page.
+inline bool crosses_page(int64_t from, int64_t end)
+{
+    return end > from && from / page_bytes != (end - 1) / page_bytes;
+}
 
 // The entry of an open file; none for any other number.
 inline open_file* find_open(file_handle file)

@@ -140,6 +140,7 @@ file_handle CreateFileA(const char* name, access wanted_access, share wanted_sha
     open_files[file] = {};
     open_files[file].descriptor = descriptor;
     open_files[file].state = handle_state::open;
+    open_files[file].is_alone = wanted_share == share::none;
     if (wanted_access == access::read_write) map_file(open_files[file], wanted_share);
     return file;
 }

@@ -63,6 +63,31 @@ bool write_by_calls(open_file& entry, const uint8_t* source, uint32_t bytes, uin
     return true;
 }
 
+// The system writes page by page, and a kill ends it between two of them. What is appended across
+// the edge of a page therefore gets its room first: a kill then leaves zeros in place of the rest,
+// and not half a record, which the rebuild of a header would take for damage. (Not so where the
+// edge lies within the eight bytes of a frame: only a mapping can help there.) The answer is the
+// length to go back to if the write fails, or below 0 where nothing was done: others who have the
+// file open may count on its end.
+int64_t lengthen_first(open_file& entry, uint32_t bytes)
+{
+    const int64_t end = int64_t{entry.position} + bytes;
+    if (!entry.is_alone || !crosses_page(entry.position, end)) return -1;
+    const int64_t size = file_size(entry);
+    if (size < 0 || end <= size) return -1;
+    return ftruncate(entry.descriptor, end) == 0 ? size : -1;
+}
+
+bool append_by_calls(open_file& entry, const uint8_t* source, uint32_t bytes, uint32_t& moved)
+{
+    const int64_t length = lengthen_first(entry, bytes);
+    const bool done = write_by_calls(entry, source, bytes, moved);
+    if (done || length < 0) return done;
+    // What refused the write is noted already.
+    static_cast<void>(!ftruncate(entry.descriptor, std::max<int64_t>(length, entry.position)));
+    return false;
+}
+
 // The place that a distance is counted from; below 0 for a failure.
 int64_t place_of(open_file& entry, origin from)
 {
@@ -117,7 +142,7 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
 
     if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved)) return true;
-    const bool done = write_by_calls(*entry, static_cast<const uint8_t*>(buffer), bytes, moved);
+    const bool done = append_by_calls(*entry, static_cast<const uint8_t*>(buffer), bytes, moved);
     if (moved > 0) note_written(*entry);
     return done;
 }
