@@ -46,7 +46,6 @@ int32_t alloc_index_slot(int32_t data_handle, int32_t index_handle)
         free_index_memory(data_handle, index_handle, free_stage::nothing);
         return TS_NO_MEMORY_INDEX_SLOT;
     }
-    index->file = platform::no_file; // 0 would be somebody else's
     data_slots[data_handle].indexes[index_handle] = index;
     return TS_OK;
 }

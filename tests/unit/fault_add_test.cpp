@@ -5,6 +5,7 @@
 // Append and reuse of a deleted slot, the first one noted or a later one; none to two indexes of
 // one or three keys, with room in the leaves and without; duplicates refused and allowed; fixed and
 // variable length; all modes. Every exit must have been seen at the end.
+#include "tests/support/settings.h"
 #include "tests/unit/fault_sweep.h"
 
 #include <algorithm>
@@ -34,7 +35,7 @@ struct shape {
     slot taken;
     int32_t records; // before
     bool variable;
-    int32_t number = 55; // of the record added
+    int32_t number; // of the record added
     int32_t success = TS_OK;
 };
 
@@ -266,6 +267,21 @@ protected:
         }
     }
 
+    void sweep_shapes(int32_t indexes, int32_t keys, int32_t number)
+    {
+        constexpr slot slots[] = {slot::end_of_file, slot::first_noted, slot::second_noted,
+                                  slot::none_fits};
+        for (const char duplicates : {'n', 'y'}) {
+            for (const int32_t records : {7, 8, 12}) {
+                for (const slot taken : slots) {
+                    if (indexes == 0 && taken > slot::first_noted) continue;
+                    sweep_shape({indexes, keys, duplicates, taken, records, false, number});
+                }
+                sweep_shape({indexes, keys, duplicates, slot::end_of_file, records, true, number});
+            }
+        }
+    }
+
     void look_at_reference(const reference& run) override
     {
         blocks_ = sim::live_blocks();
@@ -292,19 +308,22 @@ protected:
         EXPECT_EQ(data.header.end_offset, expected.header.end_offset) << exit_names[met];
         if (met < candidate_body) { EXPECT_EQ(data.reuse_offset, before_.reuse_offset); }
         if (met == next_candidate_body) { EXPECT_GT(data.reuse_offset, before_.reuse_offset); }
-        if (failed.at % 2 == 0) add_another(met >= header_written);
+        if (failed.at % 2 == 0) add_another(met);
     }
 
     // Work goes on. What the record has taken, it keeps: a slot holds a live record now, and no
     // further add goes over it.
-    void add_another(bool stored)
+    void add_another(exit met)
     {
+        const bool stored = met >= header_written;
         const std::string record = frame(record_of(how_->number));
         const size_t place = sim::bytes("d").find(record);
         if (stored) { EXPECT_NE(place, std::string::npos); }
         release_ranges();
         tsautoup32('n');
-        EXPECT_EQ(tsadd32(0, record_of(77).c_str(), 13, 'y'), TS_OK);
+        // A split that failed half way can leave a branch without a child for what is behind it.
+        const int32_t code = tsadd32(0, record_of(77).c_str(), 13, 'y');
+        EXPECT_TRUE(code == TS_OK || (met == update_insertion && code == TS_NODE_DAMAGED)) << code;
         if (stored && reuses()) { EXPECT_EQ(sim::bytes("d").find(record), place); }
         added_another_ = true;
     }
@@ -348,26 +367,19 @@ protected:
 
 TEST_F(AddFaults, EveryExitLeavesWhatItPromises)
 {
-    for (const int32_t indexes : {0, 1, 2}) {
-        for (const int32_t keys : {1, 3}) {
-            for (const char duplicates : {'n', 'y'}) {
-                for (const int32_t records : {7, 8, 12}) {
-                    for (const slot taken : {slot::end_of_file, slot::first_noted,
-                                             slot::second_noted, slot::none_fits}) {
-                        if (indexes == 0 && taken > slot::first_noted) continue;
-                        sweep_shape({indexes, keys, duplicates, taken, records, false});
-                    }
-                    sweep_shape({indexes, keys, duplicates, slot::end_of_file, records, true});
-                    if (HasFailure()) return;
-                }
-            }
+    const long long seed = setting("TARSIL32_FAULT_SEED", 4);
+    const long long rounds = std::max(1LL, setting("TARSIL32_FAULT_ROUNDS", 0));
+    for (long long round = 0; round < rounds && !HasFailure(); ++round) {
+        const auto number = static_cast<int32_t>(51 + (seed + round) % 9); // among those there
+        for (const int32_t indexes : {0, 1, 2}) {
+            for (const int32_t keys : {1, 3}) sweep_shapes(indexes, keys, number);
         }
+        sweep_shape({2, 3, 'n', slot::first_noted, 8, false, 20, TS_DUPLICATE_KEY});
+        sweep_shape({2, 3, 'y', slot::end_of_file, 8, true, number, TS_RECORD_TOO_SHORT});
     }
-    sweep_shape({2, 3, 'n', slot::first_noted, 8, false, 20, TS_DUPLICATE_KEY});
-    sweep_shape({2, 3, 'y', slot::end_of_file, 8, true, 55, TS_RECORD_TOO_SHORT});
     for (int32_t each = 0; each < exit_count; ++each)
         EXPECT_TRUE(seen_[each]) << exit_names[each] << " was never left by";
-    std::cout << failures_made << " failures\n";
+    tell_total("failures of platform calls in adds", static_cast<long long>(failures_made), seed);
 }
 
 } // namespace

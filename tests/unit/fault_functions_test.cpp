@@ -3,8 +3,11 @@
 // test of its own beside (tests/unit/fault_add_test.cpp).
 #include "index/index_format.h"
 #include "index/slots.h"
+#include "tests/support/settings.h"
 #include "tests/unit/fault_sweep.h"
 
+#include <algorithm>
+#include <random>
 #include <set>
 
 namespace tarsil::support {
@@ -19,7 +22,7 @@ std::string record_of(int32_t number, char letter = 'm')
 constexpr int32_t record_bytes = 13;
 
 // What is there before the call, and what of it is open.
-enum class setting : uint8_t {
+enum class scene : uint8_t {
     nothing,
     closed,     // d, i0 and i1
     data_open,  // the same, and d is open
@@ -32,7 +35,7 @@ enum class setting : uint8_t {
 struct row {
     const char* function;
     const char* title;
-    setting files;
+    scene files;
     void (*place)(); // what stands before the call, behind the opens
     int32_t (*call)();
     int32_t success = TS_OK;
@@ -43,21 +46,25 @@ struct row {
 char body[64];
 int32_t told[6];
 
+std::mt19937_64 random_order;
+
 void fill_files(const std::vector<int32_t>& deleted)
 {
-    for (const int32_t number : {40, 10, 70, 20, 60, 30, 80, 50, 90})
+    std::vector<int32_t> numbers = {40, 10, 70, 20, 60, 30, 80, 50, 90};
+    std::shuffle(numbers.begin() + 3, numbers.end(), random_order);
+    for (const int32_t number : numbers)
         ASSERT_EQ(tsadd32(0, record_of(number).c_str(), record_bytes, 'n'), TS_OK);
     for (const int32_t number : deleted) ASSERT_EQ(tsdeld32(0, number), TS_OK);
 }
 
-void build(setting files)
+void build(scene files)
 {
-    if (files == setting::nothing) return;
+    if (files == scene::nothing) return;
     field_entry fields[] = {{4, 'l'}, {4, 'l'}};
-    const int32_t length = files == setting::variable ? TS_VARIABLE_LENGTH : record_bytes;
+    const int32_t length = files == scene::variable ? TS_VARIABLE_LENGTH : record_bytes;
     ASSERT_EQ(tscrdata32("d", length, 2, fields), 0);
-    if (files == setting::no_records) return;
-    if (files == setting::plain) {
+    if (files == scene::no_records) return;
+    if (files == scene::plain) {
         fill_files({2, 5, 6});
         return;
     }
@@ -68,11 +75,11 @@ void build(setting files)
     fill_files({2, 5, 6});
 }
 
-void open(setting files)
+void open(scene files)
 {
-    if (files == setting::nothing || files == setting::closed) return;
+    if (files == scene::nothing || files == scene::closed) return;
     ASSERT_EQ(tsopend32("d"), 0);
-    if (files != setting::indexed && files != setting::variable) return;
+    if (files != scene::indexed && files != scene::variable) return;
     char cursors[] = "yyy";
     ASSERT_EQ(tsopeni32(0, "i0", cursors), 0);
     ASSERT_EQ(tsopeni32(0, "i1", cursors), 1);
@@ -217,11 +224,11 @@ int32_t nearest(int32_t number)
 constexpr leaves counts = leaves::counts_behind;
 constexpr leaves keys = leaves::keys_behind;
 constexpr leaves half = leaves::half_purged;
-constexpr setting none = setting::nothing;
-constexpr setting closed = setting::closed;
-constexpr setting plain = setting::plain;
-constexpr setting indexed = setting::indexed;
-constexpr setting variable = setting::variable;
+constexpr scene none = scene::nothing;
+constexpr scene closed = scene::closed;
+constexpr scene plain = scene::plain;
+constexpr scene indexed = scene::indexed;
+constexpr scene variable = scene::variable;
 
 const row rows[] = {
     // Start, stop, options, texts.
@@ -307,11 +314,11 @@ const row rows[] = {
      TS_PURGE_NOTHING_DELETED},
 
     // Index files.
-    {"tscrind32", "", setting::no_records, nowhere_special, [] { return create_index(tscrind32); }},
+    {"tscrind32", "", scene::no_records, nowhere_special, [] { return create_index(tscrind32); }},
     {"tscrindd32", "", plain, nowhere_special, [] { return create_index(build_index); }, 0, keys},
     {"tscrindd32", "variable", variable, nowhere_special, [] { return create_index(build_index); },
      2, keys},
-    {"tsopeni32", "", setting::data_open, nowhere_special, open_index},
+    {"tsopeni32", "", scene::data_open, nowhere_special, open_index},
     {"tsclosei32", "clean", indexed, nowhere_special, [] { return tsclosei32(0, 1); }},
     {"tsclosei32", "changed", indexed, with_changes, [] { return tsclosei32(0, 1); }},
     {"tsstati32", "", indexed, nowhere_special, report},
@@ -380,8 +387,12 @@ protected:
 
 TEST_F(FunctionFaults, EveryCallOfEveryFunction)
 {
+    const long long seed = setting("TARSIL32_FAULT_SEED", 61);
+    const long long rounds = std::max(1LL, setting("TARSIL32_FAULT_ROUNDS", 0));
+    random_order.seed(static_cast<uint64_t>(seed));
     std::set<std::string> functions;
-    for (const row& each : rows) {
+    for (long long n = 0; n < rounds * static_cast<long long>(std::size(rows)); ++n) {
+        const row& each = rows[static_cast<size_t>(n) % std::size(rows)];
         functions.insert(each.function);
         workload work;
         work.function = each.function;
@@ -394,7 +405,8 @@ TEST_F(FunctionFaults, EveryCallOfEveryFunction)
         for (const mode in_mode : all_modes) sweep_workload(work, in_mode);
     }
     EXPECT_EQ(functions.size(), 61U);
-    std::cout << std::size(rows) << " workloads, " << failures_made << " failures\n";
+    tell_total("failures of platform calls in all functions", static_cast<long long>(failures_made),
+               seed);
 }
 
 } // namespace

@@ -3,19 +3,19 @@
 
 #include "index/slots.h"
 
+#include "tests/support/settings.h"
+
 #include <algorithm>
-#include <cstdlib>
 
 namespace tarsil::support {
 namespace {
 
 using sim::call;
 
-uint64_t failures_every()
-{
-    const char* value = std::getenv("TARSIL32_FAULTS_EVERY");
-    return value == nullptr ? 13 : std::max(1ULL, std::strtoull(value, nullptr, 10));
-}
+// One call in so many fails in a short run.
+constexpr uint64_t short_run = 13;
+
+uint64_t failures_every() { return setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : short_run; }
 
 bool is_shared_mode(mode in_mode)
 {
@@ -173,11 +173,28 @@ bool is_index_left_open(const failed_call& failed)
            is_whole_file(failed.run.sites[site.range].call);
 }
 
+// Of the slot of a data file that couldn't be opened: spoilt once the file was looked into.
+char expected_status(const failed_call& failed)
+{
+    const fault_site& site = failed.site();
+    const sim::logged* range = site.range == nowhere ? nullptr : &failed.run.sites[site.range].call;
+    const bool untouched = range != nullptr && !site.in_flush && range->kind == call::lock &&
+                           is_whole_file(*range);
+    if (is_named(failed, {"tscrdata32"}) || untouched || site.code == TS_REBUILD_NO_SIZE)
+        return slot_free;
+    const bool looked_into = site.call.kind != call::open || site.code == TS_VERSION_READ_POSITION;
+    return looked_into ? slot_spoilt : slot_free;
+}
+
 // A function that opens a file and fails lets it go. All others leave open what is open.
 void judge_handles(const failed_call& failed)
 {
     const reference& run = failed.run;
     if (is_named(failed, {"tsclosed32", "tsclosei32"}) || is_index_left_open(failed)) return;
+    const bool of_data = is_named(failed, {"tscrdata32", "tsopend32", "tsrbdbh32"});
+    if (of_data && failed.ends_call() && !failed.lasts()) {
+        EXPECT_EQ(data_slots[0].status, expected_status(failed));
+    }
     const bool opened = failed.code >= 0 || run.work.success < 0;
     EXPECT_EQ(sim::open_handles(), opened ? run.open_at_end : run.open_before);
     if (!opened) { EXPECT_LE(sim::live_blocks(), std::max(run.blocks_before, run.blocks_at_end)); }
@@ -304,8 +321,6 @@ bool failed_call::is_retried() const
     const bool is_range = site().call.kind == call::lock || site().call.kind == call::unlock;
     return is_range && planned.times < lock_tries;
 }
-
-uint64_t FaultSweep::failures_made = 0;
 
 void FaultSweep::start_with(const file_images& files, mode in_mode)
 {

@@ -8,8 +8,9 @@
 // that everything can be released and closed afterwards, and no block of memory is left; and that
 // the checkers then find nothing but what the workload allows.
 //
-// TARSIL32_FAULTS_EVERY=1 lets every call fail. The default takes one in so many, beginning with
-// another one in each workload.
+// A short run lets one call in so many fail, beginning with another one in each workload.
+// TARSIL32_FAULT_ROUNDS=1 lets every call fail, 2 twice, from other records; TARSIL32_FAULT_SEED
+// chooses them.
 #pragma once
 
 #include "check/index_check.h"
@@ -80,7 +81,7 @@ protected:
     virtual void look_at_state(const failed_call&) {}
     virtual void look_at_files(const failed_call&, const found_files&) {}
 
-    static uint64_t failures_made;
+    uint64_t failures_made = 0;
 
 private:
     file_images written_; // by the calls in front of the one that fails

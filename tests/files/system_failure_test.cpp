@@ -1,0 +1,343 @@
+// The library on real files while the system fails underneath: the n-th system call of a kind, for
+// each n, once and for good, in all modes. What is interrupted or done in part must not show at
+// all; every other failure ends in a code, with all that was acknowledged in the file, all closed,
+// and nothing that couldn't be opened again.
+//
+// The functions below stand in front of those of the C library in this program, so that the very
+// objects of the product run. TARSIL32_FAULT_ROUNDS=1 lets every call fail, else one in so many.
+#include "check/index_check.h"
+#include "core/tables.h"
+#include "core/validators.h"
+#include "tests/support/settings.h"
+#include "tests/support/temp_folder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+enum class system_call : uint8_t {
+    none,
+    read,
+    write,
+    lock,
+    flush,
+    facts,
+    open,
+    link,
+    map,
+    room,
+    cut
+};
+
+struct {
+    system_call kind = system_call::none;
+    uint64_t left = 0; // calls of the kind up to the one that fails
+    bool for_good = false;
+    int error = 0; // or 0: half of a transfer is done
+    uint64_t met = 0;
+} planned;
+
+bool is_met(system_call kind)
+{
+    if (planned.kind != kind || planned.left == 0) return false;
+    if (planned.left > 1) {
+        --planned.left;
+        return false;
+    }
+    if (!planned.for_good) planned.left = 0;
+    ++planned.met;
+    return true;
+}
+
+bool fails(system_call kind)
+{
+    if (!is_met(kind)) return false;
+    errno = planned.error;
+    return true;
+}
+
+// The bytes that a transfer may move; -1 for none.
+ssize_t granted(system_call kind, size_t bytes)
+{
+    if (!is_met(kind)) return static_cast<ssize_t>(bytes);
+    errno = planned.error;
+    return planned.error == 0 ? static_cast<ssize_t>((bytes + 1) / 2) : -1;
+}
+
+} // namespace
+
+extern "C" {
+
+ssize_t pread64(int file, void* buffer, size_t bytes, off64_t offset)
+{
+    const ssize_t wanted = granted(system_call::read, bytes);
+    return wanted < 0 ? -1 : syscall(SYS_pread64, file, buffer, wanted, offset);
+}
+
+ssize_t pwrite64(int file, const void* buffer, size_t bytes, off64_t offset)
+{
+    const ssize_t wanted = granted(system_call::write, bytes);
+    return wanted < 0 ? -1 : syscall(SYS_pwrite64, file, buffer, wanted, offset);
+}
+
+int fcntl64(int file, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (command == F_OFD_SETLK && fails(system_call::lock)) return -1;
+    return static_cast<int>(syscall(SYS_fcntl, file, command, argument));
+}
+
+int open64(const char* name, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = va_arg(arguments, unsigned);
+    va_end(arguments);
+    if (fails(system_call::open)) return -1;
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, name, flags, mode));
+}
+
+int fsync(int file)
+{
+    return fails(system_call::flush) ? -1 : static_cast<int>(syscall(SYS_fsync, file));
+}
+
+int fdatasync(int file)
+{
+    return fails(system_call::flush) ? -1 : static_cast<int>(syscall(SYS_fdatasync, file));
+}
+
+int fstat64(int file, struct stat64* facts) noexcept
+{
+    return fails(system_call::facts) ? -1 : static_cast<int>(syscall(SYS_fstat, file, facts));
+}
+
+int linkat(int from, const char* old_name, int to, const char* name, int flags) noexcept
+{
+    if (fails(system_call::link)) return -1;
+    return static_cast<int>(syscall(SYS_linkat, from, old_name, to, name, flags));
+}
+
+void* mmap64(void* place, size_t bytes, int protection, int flags, int file, off64_t at) noexcept
+{
+    if (file >= 0 && fails(system_call::map)) return MAP_FAILED;
+    return reinterpret_cast<void*>(
+        syscall(SYS_mmap, place, bytes, protection, flags, file, at)); // NOLINT
+}
+
+int posix_fallocate64(int file, off64_t offset, off64_t bytes)
+{
+    if (fails(system_call::room)) return planned.error;
+    return syscall(SYS_fallocate, file, 0, offset, bytes) == 0 ? 0 : errno;
+}
+
+int ftruncate64(int file, off64_t bytes) noexcept
+{
+    return fails(system_call::cut) ? -1 : static_cast<int>(syscall(SYS_ftruncate, file, bytes));
+}
+}
+
+namespace tarsil {
+namespace {
+
+using namespace support;
+
+constexpr int32_t record_bytes = 13;
+
+struct run {
+    int32_t code = TS_OK;
+    std::vector<std::string> stored; // acknowledged, in their order
+    std::string data, index;         // the files at the end
+};
+
+std::string record_of(int32_t number)
+{
+    std::string record(record_bytes, '.');
+    std::memcpy(record.data(), &number, sizeof number);
+    return record;
+}
+
+int32_t add(run& done, int32_t number)
+{
+    const int32_t code = tsadd32(0, record_of(number).data(), record_bytes, 'n');
+    if (code == TS_OK) done.stored.push_back(record_of(number));
+    return code;
+}
+
+int32_t open_again(const temp_folder& folder)
+{
+    char cursors[] = "y";
+    const int32_t code = tsopend32(folder.file("d").c_str());
+    return code < 0 ? code : tsopeni32(code, folder.file("i").c_str(), cursors);
+}
+
+int32_t make(const temp_folder& folder, run& done)
+{
+    key_definition key = {};
+    key.cursor = 'y';
+    key.order = 2;
+    key.field_count = 1;
+    key.types[0] = 'l';
+    int32_t code = tscrdata32(folder.file("d").c_str(), record_bytes, 0, nullptr);
+    if (code >= 0) code = tscrind32(0, folder.file("i").c_str(), 1, &key);
+    for (const int32_t number : {40, 10, 70, 20, 60, 30}) {
+        if (code >= 0) code = add(done, number);
+    }
+    return code;
+}
+
+// Stops at the first failure, as a careful program does.
+int32_t work(const temp_folder& folder, run& done)
+{
+    char body[record_bytes];
+    int32_t deleted = 0;
+    const int32_t wanted = 20;
+    int32_t code = make(folder, done);
+    if (code >= 0) code = tsdeld32(0, 2);
+    if (code >= 0) code = tsclosed32(0);
+    if (code >= 0) code = open_again(folder);
+    if (code >= 0) code = tsundeld32(0, 2);
+    if (code >= 0) code = add(done, 50);
+    if (code >= 0) code = tsgeti32(0, 0, 0, &wanted, body, &deleted);
+    if (code >= 0) code = tsupd32(0, 3, record_of(70).data(), record_bytes, &deleted, body, 0);
+    if (code >= 0) code = tsgetli32(0, 0, 0, body, &deleted);
+    return code < 0 ? code : tsclosed32(0);
+}
+
+size_t open_descriptors()
+{
+    DIR* const folder = opendir("/proc/self/fd");
+    size_t count = 0;
+    while (readdir(folder) != nullptr) ++count;
+    closedir(folder);
+    return count;
+}
+
+void let_go()
+{
+    tsautoup32('n'); // a flush that has failed once fails for good
+    if (check_data_slot(0) == TS_OK) {
+        if (is_shared()) { EXPECT_GE(tsulalld32(0), 0); }
+        if (is_shared() && data_slots[0].indexes[0] != nullptr) { EXPECT_GE(tsulalli32(0, 0), 0); }
+        EXPECT_EQ(tsclosed32(0), TS_OK);
+    }
+    tsfree32();
+}
+
+run run_in(bool shared, bool through)
+{
+    const temp_folder folder;
+    run done;
+    std::memset(static_cast<void*>(data_slots), 0, sizeof data_slots);
+    EXPECT_EQ(tsinit32(), TS_STARTED);
+    if (shared) { EXPECT_EQ(tsmuser32('y'), TS_OK); }
+    tsautoup32(through ? 'y' : 'n');
+    done.code = work(folder, done);
+    planned.left = 0;
+    let_go();
+    if (access(folder.file("d").c_str(), F_OK) == 0) done.data = file_bytes(folder.file("d"));
+    if (access(folder.file("i").c_str(), F_OK) == 0) done.index = file_bytes(folder.file("i"));
+
+    EXPECT_EQ(tsinit32(), TS_STARTED);
+    if (!done.stored.empty()) { EXPECT_EQ(open_again(folder), 0); }
+    let_go();
+    return done;
+}
+
+bool is_in_catalogue(int32_t code)
+{
+#define TARSIL32_NUMBER(name, number, cause, remedy) number,
+    static const std::set<int32_t> all = {TARSIL32_CODES(TARSIL32_NUMBER)};
+#undef TARSIL32_NUMBER
+    return all.count(code) == 1;
+}
+
+void judge(const run& done)
+{
+    const auto span = [](const std::string& bytes) {
+        return check::byte_span{reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
+    };
+    EXPECT_TRUE(done.code >= 0 || is_in_catalogue(done.code)) << done.code;
+    if (done.data.empty()) {
+        EXPECT_TRUE(done.stored.empty());
+        return;
+    }
+    const check::data_report data = check::check_data_image(span(done.data));
+    EXPECT_EQ(data.findings.count(check::severity::damage), 0);
+    EXPECT_GE(data.records + data.tail_records, static_cast<int64_t>(done.stored.size()));
+    for (size_t n = 0; n < done.stored.size(); ++n)
+        EXPECT_EQ(done.data.substr(36 + n * (record_bytes + 8), record_bytes), done.stored[n]);
+    if (done.index.empty()) return;
+    const check::index_report index = check::check_index_image(span(done.index), span(done.data));
+    for (const check::key_report& key : index.keys)
+        EXPECT_EQ(key.findings.count(check::severity::damage),
+                  key.findings.count(check::invariant::I8));
+}
+
+TEST(SystemFaults, EveryCallInEveryModeFails)
+{
+    struct row {
+        system_call kind;
+        int error; // 0: half a transfer
+        bool shows;
+    };
+    const row rows[] = {
+        {system_call::read, EINTR, false}, {system_call::read, 0, false},
+        {system_call::read, EIO, true},    {system_call::write, EINTR, false},
+        {system_call::write, 0, false},    {system_call::write, ENOSPC, true},
+        {system_call::lock, EINTR, false}, {system_call::lock, ENOLCK, true},
+        {system_call::flush, EIO, true},   {system_call::flush, EINTR, false},
+        {system_call::facts, EIO, true},   {system_call::open, EINTR, false},
+        {system_call::open, EMFILE, true}, {system_call::link, EIO, true},
+        {system_call::map, ENOMEM, false}, {system_call::room, ENOSPC, true},
+        {system_call::cut, EIO, true},
+    };
+    const uint64_t every = setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : 11;
+    long long failures = 0;
+    uint64_t turn = 0;
+    for (const int mode : {0, 1, 2, 3}) {
+        const bool shared = mode > 1;
+        const bool through = mode % 2 == 1;
+        const run whole = run_in(shared, through);
+        ASSERT_EQ(whole.code, TS_OK);
+        const size_t descriptors = open_descriptors();
+        for (const row& r : rows) {
+            for (const bool for_good : {false, true}) {
+                if (for_good && !r.shows && r.error != 0 && r.kind != system_call::map) continue;
+                for (uint64_t n = 1 + turn++ % every; !HasFailure(); n += every) {
+                    SCOPED_TRACE(testing::Message()
+                                 << "mode " << mode << ", kind " << static_cast<int>(r.kind) << ", "
+                                 << strerror(r.error) << ", call " << n
+                                 << (for_good ? " and all behind" : ""));
+                    planned = {r.kind, n, for_good, r.error, 0};
+                    const run done = run_in(shared, through);
+                    if (planned.met == 0) break;
+                    ++failures;
+                    judge(done);
+                    EXPECT_EQ(open_descriptors(), descriptors);
+                    if (r.shows) continue;
+                    EXPECT_EQ(done.code, TS_OK);
+                    EXPECT_TRUE(done.data == whole.data && done.index == whole.index);
+                }
+            }
+        }
+    }
+    tell_total("failures of system calls", failures);
+}
+
+} // namespace
+} // namespace tarsil
