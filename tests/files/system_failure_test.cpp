@@ -306,7 +306,7 @@ TEST(SystemFaults, EveryCallInEveryModeFails)
         {system_call::map, ENOMEM, false}, {system_call::room, ENOSPC, true},
         {system_call::cut, EIO, true},
     };
-    const uint64_t every = setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : 11;
+    const uint64_t every = setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : 23;
     long long failures = 0;
     uint64_t turn = 0;
     for (const int mode : {0, 1, 2, 3}) {
