@@ -147,15 +147,6 @@ TEST_F(Records, WhereAFailedReadLeavesTheCurrentRecord)
     }
 }
 
-TEST_F(Records, WriteThroughFlushesFrameBodyAndHeader)
-{
-    ASSERT_EQ(tsautoup32('y'), TS_OK);
-    ASSERT_EQ(tscrdata32("d", 4, 0, nullptr), 0);
-    sim::count_afresh();
-    ASSERT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_OK);
-    EXPECT_EQ(sim::calls(sim::call::flush), 3U);
-}
-
 // Every read of a damaged file comes back, with no byte beyond the room that the header tells.
 void read_everything(size_t room)
 {

@@ -308,6 +308,9 @@ protected:
         EXPECT_EQ(data.header.end_offset, expected.header.end_offset) << exit_names[met];
         if (met < candidate_body) { EXPECT_EQ(data.reuse_offset, before_.reuse_offset); }
         if (met == next_candidate_body) { EXPECT_GT(data.reuse_offset, before_.reuse_offset); }
+        if (met >= header_written && how_->taken == slot::first_noted) {
+            EXPECT_NE(data.reuse_offset, before_.reuse_offset);
+        }
         if (failed.at % 2 == 0) add_another(met);
     }
 

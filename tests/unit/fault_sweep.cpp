@@ -121,6 +121,36 @@ bool is_named(const failed_call& failed, std::initializer_list<std::string_view>
     return std::find(names.begin(), names.end(), function) != names.end();
 }
 
+// A purge keeps its brackets once it has begun to walk, but for those that it gives back at its
+// end.
+ranges kept_by_purge(const failed_call& failed)
+{
+    const reference& run = failed.run;
+    ranges held = held_at(run, failed.at);
+    std::erase_if(held, [](const sim::range& each) { return each.length != whole_file; });
+    std::string given_back = failed.site().code == TS_PURGE_END_POSITION ? "d" : "";
+    const size_t transfer = failed.site().transfer;
+    if (transfer != nowhere && failed.site().code != TS_PURGE_END_POSITION) {
+        const auto is_header = [](const fault_site& site) {
+            return site.call.kind == call::write && is_header_bracket(site.call);
+        };
+        const auto header = std::find_if(run.sites.begin(), run.sites.end(), is_header);
+        const bool at_end = header != run.sites.end() && transfer >= header->transfer;
+        if (at_end) given_back = run.sites[transfer].call.file;
+    }
+    std::erase_if(held, [&](const sim::range& each) { return each.file == given_back; });
+    return held;
+}
+
+bool purge_has_begun(const failed_call& failed)
+{
+    const auto& sites = failed.run.sites;
+    const auto end = sites.begin() + static_cast<std::ptrdiff_t>(failed.at) + 1;
+    return is_named(failed, {"tspurge32"}) &&
+           std::any_of(sites.begin(), end,
+                       [](const fault_site& each) { return each.code == TS_FRAME_READ_POSITION; });
+}
+
 // The ranges that have to be held after the call. Where the platform goes on failing, or a range
 // went for the length of a flush, this is the most of it.
 ranges expected_ranges(const failed_call& failed)
@@ -129,6 +159,7 @@ ranges expected_ranges(const failed_call& failed)
     const fault_site& site = failed.site();
     if (failed.is_retried()) return set_of(run.held_at_end);
     ranges held = set_of(site.passed_over ? run.held_at_end : run.held_before);
+    if (failed.ends_call() && purge_has_begun(failed)) held = kept_by_purge(failed);
     if (site.what == step::flush)
         std::erase_if(held, [&](const sim::range& each) { return each.file == site.call.file; });
     if (site.range != nowhere && !site.asked_again) {
@@ -145,7 +176,7 @@ ranges expected_ranges(const failed_call& failed)
 
 bool is_exact(const failed_call& failed)
 {
-    if (is_named(failed, {"tspurge32", "tsulalld32", "tsulalli32"})) return false;
+    if (is_named(failed, {"tsulalld32", "tsulalli32"})) return false;
     return !failed.lasts() && !failed.site().in_flush && !failed.site().goes_on;
 }
 
@@ -275,13 +306,11 @@ void judge_flushes(const reference& run)
 bool may_have_changed(const failed_call& failed)
 {
     if (failed.site().goes_on || is_named(failed, {"tsrbdbh32"})) return true;
-    const bool purges = is_named(failed, {"tspurge32"});
     const auto& sites = failed.run.sites;
-    return std::any_of(sites.begin(), sites.begin() + static_cast<std::ptrdiff_t>(failed.at) + 1,
-                       [purges](const fault_site& each) {
-                           return each.call.kind == call::write || each.call.kind == call::zero ||
-                                  (purges && each.code == TS_FRAME_READ_POSITION);
-                       });
+    const auto end = sites.begin() + static_cast<std::ptrdiff_t>(failed.at) + 1;
+    return purge_has_begun(failed) || std::any_of(sites.begin(), end, [](const fault_site& each) {
+               return each.call.kind == call::write || each.call.kind == call::zero;
+           });
 }
 
 // Where removing fails as well, what couldn't be finished stays.

@@ -222,27 +222,6 @@ TEST_F(IndexLifecycle, AStartAnewForgetsIndexFilesToo)
 }
 
 // Two keys, one of them with a cursor, in the order of the allocations for them.
-TEST_F(IndexLifecycle, WhatIsMissingTellsWhichMemoryRanOut)
-{
-    const int32_t codes[] = {
-        TS_NO_MEMORY_INDEX_SLOT, TS_NO_MEMORY_KEY_SLOT,  TS_NO_MEMORY_KEY_SLOT,
-        TS_NO_MEMORY_ROOT_NODE,  TS_NO_MEMORY_ROOT_NODE, TS_NO_MEMORY_WORK_NODE,
-        TS_NO_MEMORY_SAVED_PATH, TS_NO_MEMORY_SCRATCH,   TS_NO_MEMORY_SCRATCH};
-    const std::string whole = make_small_file();
-    for (const bool creating : {true, false}) {
-        start_over(mode::single); // no scratch is there yet
-        if (!creating) sim::set_bytes(name, whole);
-        const size_t blocks = sim::live_blocks();
-        for (size_t i = 0; i < std::size(codes); ++i) {
-            sim::plan({.at = i + 1, .where = only(sim::call::allocate)});
-            EXPECT_EQ(creating ? create(small_keys()) : open(), codes[i]) << "allocation " << i;
-            EXPECT_EQ(sim::live_blocks(), blocks);
-            EXPECT_EQ(sim::exists(name), !creating);
-            expect_nothing_open();
-        }
-    }
-}
-
 TEST_F(IndexLifecycle, ScratchFallsBackToItsOldSize)
 {
     const auto fail_next = [] { sim::plan({.where = only(sim::call::allocate)}); };

@@ -109,50 +109,6 @@ TEST_F(Purge, WhatStaysAndWhatGoes)
     }
 }
 
-TEST_F(Purge, WhichBracketsStay)
-{
-    struct row {
-        sim::call failing;
-        uint64_t at;
-        int32_t code, held_data, held_index;
-    };
-    std::vector<row> rows = {
-        {sim::call::lock, 1, TS_LOCK_REFUSED, 0, 0},      // the data file's
-        {sim::call::read, 1, TS_HEADER_READ_SHORT, 0, 0}, // the refresh
-        {sim::call::read, 2, TS_FRAME_READ_SHORT, 1, 1},  // the walk
-        {sim::call::read, 4, TS_BODY_READ_SHORT, 1, 1},
-        {sim::call::write, 1, TS_NODE_WRITE_SHORT, 1, 1},
-        {sim::call::write, 2, TS_RECORD_WRITE_SHORT, 1, 1},
-        {sim::call::write, 4, TS_HEADER_WRITE_SHORT, 0, 1}, // the end
-        {sim::call::write, 5, TS_KEY_RECORDS_WRITE_SHORT, 0, 0},
-    };
-    for (uint64_t n = 1; n < 100; ++n)
-        rows.push_back({sim::call::position, n, TS_PURGE_END_POSITION, 0, 1});
-    int32_t ends_not_reached = 0;
-    for (const row& r : rows) {
-        SCOPED_TRACE(std::to_string(r.code) + " at " + std::to_string(r.at));
-        start_over(mode::shared);
-        make({"aaaa1", "BBBB2", "cccc3"}, 5);
-        const bool lasting = r.failing == sim::call::lock; // one refusal would be passed over
-        sim::plan(
-            {.at = r.at, .times = lasting ? sim::for_good : 1, .where = sim::only(r.failing)});
-        int32_t removed = 0;
-        const int32_t code = purge(removed);
-        sim::clear_fault();
-        if (code == TS_PURGE_END_POSITION) {
-            EXPECT_EQ(removed, 1);
-            ++ends_not_reached;
-        }
-        if (r.failing != sim::call::position || code == r.code) {
-            EXPECT_EQ(code, r.code);
-            EXPECT_EQ(tsulalld32(0), r.held_data);
-            EXPECT_EQ(tsulalli32(0, 0), r.held_index);
-        }
-        release_ranges();
-    }
-    EXPECT_EQ(ends_not_reached, 1);
-}
-
 TEST_F(Purge, DamagedFilesAreRefused)
 {
     const auto expect_refused = [](const std::string& bytes, int32_t code) {
