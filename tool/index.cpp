@@ -89,7 +89,7 @@ int run(const request& wanted, const common_options& common)
     if (kind_of(wanted.index) != file_kind::not_there)
         return fail({wanted.index + ": exists already",
                      "choose another name; `tarsil reindex` builds an index file anew"});
-    answer<open_files> files = open(wanted.data, {}, common);
+    answer<open_files> files = open(wanted.data, {}, common, usual_mode::either);
     if (!files) return fail(files.why());
     const answer<key_list> keys = read_keys(wanted, files->fields);
     if (!keys) return fail(keys.why());

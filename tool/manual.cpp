@@ -146,7 +146,10 @@ void write_manual(const std::vector<declared_command>& commands)
     put_section("OTHER PROCESSES", about_processes);
     put_section("EXIT STATUS", about_status);
     put_section("ENVIRONMENT", "`COLUMNS` is the width for tables, where the terminal doesn't tell "
-                               "it.");
+                               "it.\n\n`TARSIL_PROGRESS` is the number of seconds between lines of "
+                               "progress, on a terminal or not. Without it work that takes longer "
+                               "than a second has a line on a terminal, and adds one every ten "
+                               "seconds elsewhere.");
     print(".SH SEE ALSO\n.BR tarsil32 (3)\n");
 }
 

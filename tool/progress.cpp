@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include <unistd.h>
 
@@ -29,18 +30,29 @@ std::string as_time(double seconds)
 } // namespace
 
 progress::progress(std::string what, int64_t total)
-    : what_(std::move(what)), total_(total), is_terminal_(isatty(STDERR_FILENO) == 1),
-      start_(clock::now()), next_(start_ + (is_terminal_ ? clock::duration(first_line)
-                                                         : clock::duration(between_elsewhere)))
+    : what_(std::move(what)), total_(total), start_(clock::now())
 {
+    choose_pace();
+}
+
+void progress::choose_pace()
+{
+    const char* const told = std::getenv("TARSIL_PROGRESS");
+    const double seconds = told != nullptr ? std::atof(told) : 0;
+    is_rewritten_ = seconds <= 0 && isatty(STDERR_FILENO) == 1;
+    between_ = is_rewritten_ ? clock::duration(between_on_terminal) : between_elsewhere;
+    next_ = start_ + (is_rewritten_ ? clock::duration(first_line) : between_);
+    if (seconds <= 0) return;
+    const auto pace = std::chrono::duration<double>(std::min(seconds, 1e6));
+    between_ = std::chrono::duration_cast<clock::duration>(pace);
+    next_ = start_ + between_;
 }
 
 void progress::look(int64_t done, int64_t records)
 {
     const clock::time_point now = clock::now();
     if (now < next_) return;
-    next_ = now + (is_terminal_ ? clock::duration(between_on_terminal)
-                                : clock::duration(between_elsewhere));
+    next_ = now + between_;
     show(done, records, now);
 }
 
@@ -63,9 +75,9 @@ void progress::show(int64_t done, int64_t records, clock::time_point now)
         line += ", " + as_time(left) + " left";
     }
     const int width = terminal_width();
-    if (is_terminal_ && width > 1) line = line.substr(0, static_cast<size_t>(width - 1));
-    fmt::print(stderr, "{}{}{}", is_terminal_ ? "\r\033[K" : "", line, is_terminal_ ? "" : "\n");
-    is_shown_ = is_terminal_;
+    if (is_rewritten_ && width > 1) line = line.substr(0, static_cast<size_t>(width - 1));
+    fmt::print(stderr, "{}{}{}", is_rewritten_ ? "\r\033[K" : "", line, is_rewritten_ ? "" : "\n");
+    is_shown_ = is_rewritten_;
 }
 
 void progress::finish()

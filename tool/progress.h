@@ -1,7 +1,8 @@
 // The progress line: on standard error, for work that takes longer than a second.
 //
 // On a terminal one line is rewritten in place (percent, records a second, time left); elsewhere a
-// line is added every ten seconds. The clock is asked rarely, so that a call costs next to nothing.
+// line is added every ten seconds. TARSIL_PROGRESS tells other seconds, after which lines are added
+// wherever standard error goes. The clock is asked rarely, so that a call costs next to nothing.
 #pragma once
 
 #include <chrono>
@@ -33,11 +34,14 @@ private:
     using clock = std::chrono::steady_clock;
     static constexpr uint32_t calls_per_look = 256;
 
+    void choose_pace();
+
     void show(int64_t done, int64_t records, clock::time_point now);
 
     std::string what_;
     int64_t total_;
-    bool is_terminal_;
+    clock::duration between_;
+    bool is_rewritten_; // in place, on a terminal
     bool is_shown_ = false;
     uint32_t calls_ = 0;
     clock::time_point start_;

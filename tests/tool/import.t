@@ -211,3 +211,13 @@ $ printf 'id,name,small\n95,x,1\n' | tarsil import a.dat a.idx - --dry-run --rej
 a.dat: 1 record would be added
 ls: cannot access 'none.csv': No such file or directory
 [2]
+
+# Progress: a line every so many seconds.
+$ tarsil create p.dat --field a:text:20 --field n:i32; seq 1 9999 | sed 's/.*/x,&/' > many.csv
+> TARSIL_PROGRESS=0.000001 tarsil import p.dat many.csv --no-header > progress.txt 2>&1; sed '1s/[0-9,]*[0-9]/N/g; 1!{/importing/d}' progress.txt
+> TARSIL_PROGRESS=0.000001 tarsil export p.dat 2>&1 > out.csv | sed '1!d; s/[0-9,]*[0-9]/N/g'; tarsil import p.dat many.csv --no-header
+p.dat: 2 fields, records of 24 bytes
+importing N %, N records, N a second, N s left
+p.dat: 9,999 records added
+exporting N %, N records, N a second, N s left
+p.dat: 9,999 records added
