@@ -354,6 +354,7 @@ bool failed_call::is_retried() const
 void FaultSweep::start_with(const file_images& files, mode in_mode)
 {
     begin();
+    sim::offer_looks(turn_ % 2 == 0);
     switch_to(in_mode);
     for (const auto& [name, bytes] : files) sim::set_bytes(name, bytes);
 }
@@ -454,16 +455,15 @@ void FaultSweep::sweep_workload(const workload& work, mode in_mode)
                                          std::to_string(static_cast<int>(in_mode)));
     reference run(work, in_mode);
     checked_.clear();
+    ++turn_;
     run_without_failure(run);
     written_ = run.before;
-    static uint64_t turn = 0;
-    ++turn;
     const int parts = failed_parts(); // the first failure of a workload tells enough
     uint64_t of_kind[sim::call_kinds] = {};
     for (size_t at = 0; at < run.sites.size(); ++at) {
         const sim::logged& met = run.sites[at].call;
         const uint64_t nth_of_kind = ++of_kind[static_cast<size_t>(met.kind)];
-        if ((at + turn) % failures_every() == 0) {
+        if ((at + turn_) % failures_every() == 0) {
             for (const sim::fault& each : failures_of(met, at + 1, nth_of_kind)) {
                 if (failed_parts() == parts) fail({run, at, each});
             }

@@ -84,16 +84,17 @@ protected:
     uint64_t failures_made = 0;
 
 private:
+    uint64_t turn_ = 0;   // of workloads; in every other one nodes are read, not looked at
     file_images written_; // by the calls in front of the one that fails
     std::map<file_images, found_files> checked_;
 
-    static void start_with(const file_images& files, mode in_mode);
+    void start_with(const file_images& files, mode in_mode);
     static void let_go(); // of ranges, files and memory, as a caller does
     void run_without_failure(reference& run);
     void fail(const failed_call& planned);
     void judge_files(const failed_call& failed, const file_images& files);
     static void judge_findings(leaves allowed, const found_files& found);
-    static void work_on(const file_images& files, int64_t damage);
+    void work_on(const file_images& files, int64_t damage);
     const found_files& find_in(const file_images& files, leaves allowed);
 };
 
