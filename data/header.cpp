@@ -11,6 +11,7 @@ namespace tarsil {
 int32_t refresh_data_header(int32_t data_handle)
 {
     data_slot& slot = data_slots[data_handle];
+    if (copies_are_fresh(data_handle, data_file_number)) return TS_OK;
 
     held_range bracket;
     int32_t code = lock_if_needed(bracket, header_bracket(data_handle));
@@ -22,6 +23,7 @@ int32_t refresh_data_header(int32_t data_handle)
     code = release_if_placed(bracket);
     if (code < 0) return code;
     if (bytes != data_header_bytes) return TS_HEADER_READ_SHORT;
+    note_copies(data_handle, data_file_number, true);
     return TS_OK;
 }
 
@@ -33,6 +35,8 @@ int32_t refresh_if_shared(int32_t data_handle)
 int32_t write_data_header(int32_t data_handle)
 {
     data_slot& slot = data_slots[data_handle];
+    const bool were_fresh = copies_are_fresh(data_handle, data_file_number);
+    note_copies(data_handle, data_file_number, false);
     if (!move_to(slot.file, data_header_offset)) return TS_HEADER_WRITE_POSITION;
 
     held_range bracket;
@@ -48,6 +52,7 @@ int32_t write_data_header(int32_t data_handle)
     code = release_if_placed(bracket);
     if (code < 0) return code;
     if (bytes != data_header_bytes) return TS_HEADER_WRITE_SHORT;
+    note_copies(data_handle, data_file_number, were_fresh && !is_write_through());
     return TS_OK;
 }
 

@@ -120,6 +120,7 @@ void take_new_state(int32_t data_handle, int32_t write_offset, int32_t& removed)
     data_slot& slot = data_slots[data_handle];
     data_header& header = slot.header;
     const int64_t left = int64_t{header.record_count} - header.deleted_count;
+    note_copies(data_handle, data_file_number, false);
     header.end_offset = write_offset;
     header.record_count = static_cast<int32_t>(std::clamp<int64_t>(left, 0, INT32_MAX));
     slot.status = slot_dirty;

@@ -21,6 +21,7 @@
 #include "index/node_io.h"
 #include "index/search.h"
 #include "multiuser/held_range.h"
+#include "multiuser/index_read.h"
 
 using namespace tarsil;
 
@@ -34,24 +35,10 @@ struct add_work {
     record_image old_record;
     int32_t slot; // frame offset at which the record is written
 
-    // Where the duplicate check came to in each key, as long as nobody can change the trees.
+    // Where the duplicate check came to in each key; good as long as nobody can change the trees.
     bool has_ways;
     known_way ways[TS_MAX_INDEX_FILES][TS_MAX_KEYS];
 };
-
-// Every search starts from the copy of a root, so all copies of the index are brought up to date
-// before the first one.
-int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle)
-{
-    const index_slot& index = index_of(data_handle, index_handle);
-    if (!is_shared() || index.key_count == 0) return TS_OK;
-    int32_t code = refresh_key_records(data_handle, index_handle);
-    for (int32_t key_number = 0; code == TS_OK && key_number < index.key_count; ++key_number) {
-        const key_id id = {data_handle, index_handle, key_number};
-        code = read_node(id, key_of(id).key_record.root_offset, key_of(id).root_node);
-    }
-    return code;
-}
 
 // TS_OK, TS_DUPLICATE_KEY, or a failure. The bracket of the index is given back before a duplicate
 // is told.
@@ -86,7 +73,7 @@ int32_t check_duplicate(add_work& work)
         const int32_t code = check_duplicate_in_index(work, index_handle);
         if (code != TS_OK) return code;
     }
-    work.has_ways = !is_shared();
+    work.has_ways = true;
     return TS_OK;
 }
 
@@ -278,17 +265,28 @@ void take_root_as_it_is_in_file(const key_id& id)
 int32_t update_key(const key_id& id, const add_work& work)
 {
     key_slot& key = key_of(id);
-    int32_t code = TS_OK;
-    if (is_shared()) code = read_node(id, key.key_record.root_offset, key.root_node);
     const bool reuses = work.old_record.bytes != nullptr;
+    const bool is_unchanged = !is_shared() || copies_are_fresh(id.data_handle, id.index_handle);
+    int32_t code = TS_OK;
+    if (!is_unchanged) code = read_node(id, key.key_record.root_offset, key.root_node);
     if (code == TS_OK && reuses) code = remove_old_entry(id, work);
-    if (code == TS_OK && work.has_ways && !reuses)
+    if (code == TS_OK && work.has_ways && is_unchanged && !reuses)
         code = tree_insert_along(id, work.record, work.slot,
                                  work.ways[id.index_handle][id.key_number]);
     else if (code == TS_OK)
         code = tree_insert(id, work.record, work.slot);
-    if (code != TS_OK) take_root_as_it_is_in_file(id);
+    if (code != TS_OK) {
+        take_root_as_it_is_in_file(id);
+        note_copies(id.data_handle, id.index_handle, false);
+    }
     return code;
+}
+
+// With fresh copies the file has the same key records already: a split has written them.
+int32_t store_key_records(int32_t data_handle, int32_t index_handle)
+{
+    if (!is_shared() || copies_are_fresh(data_handle, index_handle)) return TS_OK;
+    return write_key_records(data_handle, index_handle);
 }
 
 int32_t update_index(const add_work& work, int32_t index_handle)
@@ -305,8 +303,7 @@ int32_t update_index(const add_work& work, int32_t index_handle)
         if (code != TS_OK) return code;
     }
 
-    const int32_t stored = is_shared() ? write_key_records(work.data_handle, index_handle)
-                                       : int32_t{TS_OK};
+    const int32_t stored = store_key_records(work.data_handle, index_handle);
     code = release_if_placed(bracket);
     if (code < 0) return code;
     return stored;

@@ -132,6 +132,7 @@ int32_t take_over_key_records(index_slot& index, const key_record* stored)
 int32_t refresh_key_records(int32_t data_handle, int32_t index_handle)
 {
     index_slot& index = index_of(data_handle, index_handle);
+    if (copies_are_fresh(data_handle, index_handle)) return TS_OK;
 
     held_range range;
     int32_t code = lock_if_needed(

@@ -4,6 +4,7 @@
 #include "index/index_memory.h"
 #include "index/insert.h"
 #include "index/node_io.h"
+#include "multiuser/range_lock.h"
 
 namespace tarsil {
 
@@ -64,8 +65,10 @@ int32_t begin_regrowth(int32_t data_handle)
         if (index->key_count > 0 && !has_scratch()) return TS_NO_MEMORY_SCRATCH;
         if (!roots_fit(*index)) return TS_NODE_WRITE_POSITION;
     }
-    for (index_slot* index : data_slots[data_handle].indexes) {
-        if (index != nullptr) lay_out_roots(*index);
+    for (int32_t index_handle = 0; index_handle < TS_MAX_INDEX_FILES; ++index_handle) {
+        if (!has_index(data_handle, index_handle)) continue;
+        note_copies(data_handle, index_handle, false);
+        lay_out_roots(index_of(data_handle, index_handle));
     }
     return TS_OK;
 }

@@ -12,10 +12,27 @@ namespace tarsil {
 
 int32_t refresh_root(const key_id& id)
 {
+    if (index_of(id).key_count == 1) return refresh_all_roots(id.data_handle, id.index_handle);
+    if (copies_are_fresh(id.data_handle, id.index_handle)) return TS_OK;
     const int32_t code = refresh_key_records(id.data_handle, id.index_handle);
     if (code != TS_OK) return code;
     const key_slot& key = key_of(id);
     return read_node(id, key.key_record.root_offset, key.root_node);
+}
+
+int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle)
+{
+    const index_slot& index = index_of(data_handle, index_handle);
+    if (!is_shared() || index.key_count == 0) return TS_OK;
+    if (copies_are_fresh(data_handle, index_handle)) return TS_OK;
+
+    int32_t code = refresh_key_records(data_handle, index_handle);
+    for (int32_t key_number = 0; code == TS_OK && key_number < index.key_count; ++key_number) {
+        const key_id id = {data_handle, index_handle, key_number};
+        code = read_node(id, key_of(id).key_record.root_offset, key_of(id).root_node);
+    }
+    if (code == TS_OK) note_copies(data_handle, index_handle, true);
+    return code;
 }
 
 int32_t refresh_root_if_shared(const key_id& id)

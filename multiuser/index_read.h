@@ -18,6 +18,10 @@ namespace tarsil {
 [[nodiscard]] int32_t refresh_root(const key_id& id);
 [[nodiscard]] int32_t refresh_root_if_shared(const key_id& id);
 
+// The same of all keys, which then are good for as long as the file is held as a whole; nothing in
+// single-user mode.
+[[nodiscard]] int32_t refresh_all_roots(int32_t data_handle, int32_t index_handle);
+
 // The header bracket of the data file and the whole-file bracket of the index, together. In
 // single-user mode both operations do nothing. Destroying it ends the bracket too, so that every
 // way out does.

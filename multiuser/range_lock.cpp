@@ -137,6 +137,34 @@ int32_t flush_file(file_handle file, int32_t data_handle, int32_t file_number)
     return TS_OK;
 }
 
+namespace {
+
+// The entry of a range over the whole file, or none.
+lock_entry* whole_file_entry(int32_t data_handle, int32_t file_number)
+{
+    if (!is_shared()) return nullptr;
+    lock_entry* row = row_of(data_handle, file_number);
+    lock_entry* const end = row + row_entries;
+    lock_entry* const found = std::find_if(row, end, [](const lock_entry& entry) {
+        return entry.offset == 0 && entry.length == whole_file_bytes;
+    });
+    return found == end ? nullptr : found;
+}
+
+} // namespace
+
+bool copies_are_fresh(int32_t data_handle, int32_t file_number)
+{
+    const lock_entry* entry = whole_file_entry(data_handle, file_number);
+    return entry != nullptr && entry->has_fresh_copies;
+}
+
+void note_copies(int32_t data_handle, int32_t file_number, bool are_fresh)
+{
+    lock_entry* entry = whole_file_entry(data_handle, file_number);
+    if (entry != nullptr) entry->has_fresh_copies = are_fresh;
+}
+
 void forget_ranges(int32_t data_handle, int32_t file_number)
 {
     if (lock_table == nullptr) return;

@@ -17,6 +17,7 @@ namespace tarsil {
 struct lock_entry {
     int32_t offset; // first byte; no_offset marks the entry free
     int32_t length;
+    bool has_fresh_copies = false; // of a range over the whole file: see copies_are_fresh
 };
 
 inline constexpr int32_t row_entries = 5;
@@ -51,6 +52,13 @@ struct file_range {
 // old order. TS_OK, TS_FLUSH_FAILED (the ranges then stay given up), or range_lock's code.
 [[nodiscard]] int32_t flush_file(platform::file_handle file, int32_t data_handle,
                                  int32_t file_number);
+
+// Under a range over the whole file nobody else changes it. What was read of it once under that
+// range is good until the range is given up, be it for a flush, or until a write of ours fails: the
+// copies of the header, of the key records and all roots. Noting does nothing where no such range
+// is held, or in single-user mode, where copies_are_fresh is false as well.
+[[nodiscard]] bool copies_are_fresh(int32_t data_handle, int32_t file_number);
+void note_copies(int32_t data_handle, int32_t file_number, bool are_fresh);
 
 // Marks the row of a file free: closing the file has ended its locks, and stale entries would cover
 // for the next file in the slot.

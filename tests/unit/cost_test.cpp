@@ -118,6 +118,38 @@ TEST_F(Cost, OfChanging)
          {"update without keys", [&] { return update(new_number, 0); }, TS_OK, 1, 2}});
 }
 
+// Under locks of the caller over both files a series of adds costs what it costs alone, and the
+// header each time. What was read under them is read anew after a release, and after a failure.
+TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
+{
+    ASSERT_EQ(tsmuser32('y'), TS_OK);
+    create();
+    const auto lock = [] { return tslockd32(0) + tslocki32(0, 0); };
+    const auto reads_of_add = [](int32_t number) {
+        sim::count_afresh();
+        EXPECT_EQ(add(number), TS_OK);
+        EXPECT_EQ(sim::calls(sim::call::lock) + sim::calls(sim::call::unlock), 0U);
+        return sim::calls(sim::call::read);
+    };
+    ASSERT_EQ(lock(), 2);
+    EXPECT_EQ(reads_of_add(35), 5U) << "header, key records, root, and the leaf twice";
+    EXPECT_EQ(reads_of_add(75), 2U);
+    EXPECT_LE(sim::calls(sim::call::write), 3U);
+    EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
+
+    std::string bytes = sim::bytes("d");
+    bytes.replace(4, 4, i32(11)); // somebody else takes the last record out
+    sim::set_bytes("d", bytes);
+    ASSERT_EQ(lock(), 2);
+    EXPECT_EQ(tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4), TS_OK);
+    EXPECT_EQ(told[0], 11);
+    sim::plan({.at = 2, .where = sim::only(sim::call::write)});
+    EXPECT_EQ(add(36), TS_HEADER_WRITE_SHORT) << "the record was written, the header not";
+    EXPECT_EQ(tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4), TS_OK);
+    EXPECT_EQ(told[0], 11);
+    EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
+}
+
 // The one block that the reuse of a slot needs is given back, and so are those of a failed call.
 TEST_F(Cost, OfReuseIsOneBlockAtATime)
 {
