@@ -133,7 +133,7 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     };
     ASSERT_EQ(lock(), 2);
     EXPECT_EQ(reads_of_add(35), 5U) << "header, key records, root, and the leaf twice";
-    EXPECT_EQ(reads_of_add(45), 2U);
+    EXPECT_EQ(reads_of_add(25), 2U);
     EXPECT_LE(sim::calls(sim::call::write), 3U);
     EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
 
