@@ -341,6 +341,34 @@ bool is_behind_at_once(const kind& first, const unsigned char* entry, ptrdiff_t 
     return (int32_t{first.is_behind(entry + place * stride)} & ...) != 0;
 }
 
+// The same for numbers of 32 bits, four at a time.
+template <class number> struct four_numbers {
+    using type [[gnu::vector_size(16)]] = number;
+};
+
+template <class number>
+auto behind_four(number search, const unsigned char* entry, ptrdiff_t stride)
+{
+    using four = typename four_numbers<number>::type;
+    const four values = {load<number>(entry), load<number>(entry + stride),
+                         load<number>(entry + 2 * stride), load<number>(entry + 3 * stride)};
+    return values < search;
+}
+
+template <class number, int32_t... place>
+requires(sizeof(number) == 4) bool is_behind_at_once(const number_field<number>& first,
+                                                     const unsigned char* entry, ptrdiff_t stride,
+                                                     std::integer_sequence<int32_t, place...>)
+{
+    static_assert(block_entries == 8);
+    const auto behind = behind_four(first.search, entry, stride) &
+                        behind_four(first.search, entry + 4 * stride, stride);
+    uint64_t halves[2];
+    static_assert(sizeof halves == sizeof behind);
+    std::memcpy(halves, &behind, sizeof halves);
+    return (halves[0] & halves[1]) == ~uint64_t{0};
+}
+
 template <class kind>
 scan_result scan(const entry_run& run, const kind& first, tie_break& ties, int32_t& position)
 {
