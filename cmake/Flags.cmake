@@ -36,6 +36,10 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i[3-6]86|x8
     list(APPEND library_flags -msse2 -mfpmath=sse)
 endif()
 
+# The preset that measures the tests wants a library whose jumps are those of its source.
+set(TARSIL32_LIBRARY_FLAGS "" CACHE STRING "Further flags of the library's objects")
+list(APPEND library_flags ${TARSIL32_LIBRARY_FLAGS})
+
 # Objects that carry both machine code and what the optimiser needs at link time: the shared library is optimised
 # as a whole, while the static one keeps the machine code alone (cmake/Library.cmake).
 set(lto_compile_flags "")

@@ -5,7 +5,6 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <string>
 
 #include "tarsil32.h"
@@ -53,8 +52,7 @@ std::string dump(const std::string& bytes)
 // The block that the document fences as ```text NAME.
 std::string block_of_document(const std::string& name)
 {
-    const auto root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-    const std::string document = file_bytes((root / "docs" / "FILE_FORMATS.md").string());
+    const std::string document = file_bytes(TARSIL32_FILE_FORMATS);
     const std::string fence = "```text " + name + "\n";
     const size_t begin = document.find(fence);
     if (begin == std::string::npos) return "no block " + name;

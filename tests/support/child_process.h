@@ -20,6 +20,7 @@
 #include <signal.h>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -120,6 +121,16 @@ public:
     }
 
 private:
+    // A test may have left the child hardly any room to write.
+    static void store_counters()
+    {
+        rlimit limit = {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        __gcov_dump();
+    }
+
     template <class Body> [[noreturn]] void run_and_exit(Body&& body)
     {
         int code = 0;
@@ -128,7 +139,7 @@ private:
         } catch (...) {
             code = 3;
         }
-        if (__gcov_dump != nullptr) __gcov_dump();
+        if (__gcov_dump != nullptr) store_counters();
         _exit(code);
     }
 

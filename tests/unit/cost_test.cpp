@@ -60,6 +60,8 @@ protected:
 TEST_F(Cost, OfReading)
 {
     create();
+    ASSERT_EQ(tsclosei32(0, 0), TS_OK);
+    ASSERT_EQ(tsopeni32(0, "i", "y"), 0);
     const std::string fifty = i32(50);
     const std::string between = i32(65);
     const auto next = [&] { return tsgetni32(0, 0, 0, record, &deleted); };
@@ -90,6 +92,8 @@ TEST_F(Cost, OfReading)
          },
          TS_OK, 0, 0},
     });
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::write), 0U); // since the last of these
 }
 
 TEST_F(Cost, OfChanging)

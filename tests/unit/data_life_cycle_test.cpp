@@ -85,6 +85,8 @@ TEST_F(LifeCycle, WhichCodeOfCreateWins)
         ASSERT_EQ(create(("f" + std::to_string(handle)).c_str()), handle);
     for (const auto& r : rows) EXPECT_EQ(create_row(r), TS_NO_FREE_DATA_SLOT);
     EXPECT_FALSE(sim::exists("new"));
+    sim::set_bytes("there", "");
+    EXPECT_EQ(tsopend32("there"), TS_NO_FREE_DATA_SLOT);
     EXPECT_EQ(tsclosed32(5), TS_OK);
     EXPECT_EQ(tsclosed32(2), TS_OK);
     EXPECT_EQ(create("again"), 2);

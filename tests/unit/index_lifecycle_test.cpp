@@ -158,6 +158,7 @@ TEST_F(IndexLifecycle, DefinitionsAreRefusedInAFixedOrder)
         {{define_key(0, {{'s'}})}, TS_KEY_BAD_STRING_LENGTH, 0},
         {{define_key(5, {{'l'}}, 'x')}, TS_BAD_CURSOR_LETTER, 10},
         {{define_key(2, {{'l'}}), define_key(1, {})}, TS_KEY_BAD_ORDER, 1},
+        {{define_key(1, {}), define_key(2, {{'l'}})}, TS_KEY_BAD_ORDER, 2},
         {{define_key(0x7fffffff, {{'c'}})}, TS_KEY_BAD_ORDER, 0xfffffffe},
         {{define_key(0x80000000, {{'c'}})}, TS_KEY_BAD_ORDER, 0},
         {{define_key(half_of_all, {{'l'}}), define_key(half_of_all, {{'l'}})},

@@ -4,6 +4,8 @@
 #include "multiuser/held_range.h"
 #include "tests/support/library_fixture.h"
 
+#include <climits>
+#include <cstring>
 #include <vector>
 
 using namespace tarsil;
@@ -44,11 +46,14 @@ TEST_F(MultiUser, SwitchingTheMode)
     for (const auto& [letter, code] : {std::pair<char, int32_t>{'N', TS_OK},
                                        {'y', TS_OK},
                                        {'Y', TS_MULTI_USER_ALREADY},
-                                       {'x', TS_BAD_MULTI_USER_LETTER},
                                        {'n', TS_OK},
                                        {'n', TS_OK},
                                        {'Y', TS_OK}})
         EXPECT_EQ(tsmuser32(letter), code) << letter;
+    for (int32_t letter = CHAR_MIN; letter <= CHAR_MAX; ++letter) {
+        if (std::strchr("nNyY", letter) != nullptr && letter != 0) continue;
+        EXPECT_EQ(tsmuser32(static_cast<char>(letter)), TS_BAD_MULTI_USER_LETTER) << letter;
+    }
     EXPECT_TRUE(is_shared());
     EXPECT_EQ(tsmuser32('N'), TS_OK);
     sim::plan({.where = sim::only(sim::call::allocate)});

@@ -34,6 +34,7 @@ TEST(Text, StepsByFlag)
         {32, "  a  ", " a "},
         {36, "1 a 2", "1 2"},
         {56, "  a   b  ", "a b"},
+        {64, "", ""},
         {64, "azAZ`{1\xE4", "AZAZ`{1\xE4"},
         {128, "azAZ@[1\xE4", "azaz@[1\xE4"},
         {192, "aB1", "ab1"},
@@ -50,9 +51,10 @@ TEST(Text, StepsByFlag)
         std::vector<char> destination(std::string(r.source).size() + 1, '#');
         tsstrcvt32(destination.data(), r.source, r.flags);
         EXPECT_STREQ(destination.data(), r.result);
-        std::string in_place = r.source;
+        std::string in_place = r.source + std::string("\0xX", 3);
         tsstrcvt32(in_place.data(), in_place.data(), r.flags);
         EXPECT_STREQ(in_place.c_str(), r.result);
+        EXPECT_TRUE(in_place.ends_with("xX"));
     }
 }
 
