@@ -150,6 +150,7 @@ void life::refuse()
         same(TS_INDEX_NOT_OPEN, tsupci32(d, free_slot, 0, to, 1, &x, to, 1),
              "an index that isn't open");
     same(TS_OPEN_INDEX_NOT_THERE, tsopeni32(d, "none", to), "a missing index");
+    same(TS_BAD_PRECISION, tsspdoub32(-1 - make.below(9)), "a negative precision");
     if (!file.is_fixed())
         same(TS_RECORD_TOO_SHORT, tsadd32(d, to, -make.below(2), 'y'), "a record without bytes");
     for (const index_file& index : indexes) {
