@@ -61,7 +61,8 @@ TEST_F(Cost, OfReading)
 {
     create();
     ASSERT_EQ(tsclosei32(0, 0), TS_OK);
-    ASSERT_EQ(tsopeni32(0, "i", "y"), 0);
+    char cursors[] = "y";
+    ASSERT_EQ(tsopeni32(0, "i", cursors), 0);
     const std::string fifty = i32(50);
     const std::string between = i32(65);
     const auto next = [&] { return tsgetni32(0, 0, 0, record, &deleted); };
