@@ -32,6 +32,8 @@ int run(const request& wanted, const common_options& common)
 {
     answer<open_files> files = open(wanted.data, wanted.indexes, common);
     if (!files) return fail(files.why());
+    const outcome all_counted = check_all_counted(*files);
+    if (!all_counted) return fail(all_counted.why());
     record_builder made(files->fields, wanted.is_partial, false);
     made.begin();
     const outcome sound = assign(made, wanted.assignments, files->fields);

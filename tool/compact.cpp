@@ -151,6 +151,7 @@ outcome build_index(const data_file& data, const staged_file& to, const old_file
 outcome build(const compact_options& options, const common_options& common, old_files& old,
               const new_files& made)
 {
+    const private_files only_mine;
     const answer<library> started = start_library(common, false);
     if (!started) return started.why();
     const int32_t set = tsspdoub32(options.precision);

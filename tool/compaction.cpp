@@ -135,8 +135,9 @@ enum class way { finish, undo };
 // long as nobody has changed the old one; if somebody has, only back.
 way way_of(const exchange_plan& plan)
 {
-    if (!is_there(plan.front().made())) return way::finish;
-    if (state_of(plan.front().place) != plan.front().old_file) return way::undo;
+    const bool is_old = state_of(plan.front().place) == plan.front().old_file;
+    if (!is_there(plan.front().made())) return is_old ? way::undo : way::finish;
+    if (!is_old) return way::undo;
     const bool all_there = std::all_of(plan.begin(), plan.end(), [](const exchange& one) {
         return state_of(one.made()) == one.new_file;
     });
@@ -185,8 +186,13 @@ outcome undo(const exchange_plan& plan)
         if (!back) return back;
         unlink(plan[i].aside().c_str());
     }
-    for (const exchange& one : plan) unlink(one.made().c_str());
-    return flush_folders(plan);
+    // The new data file goes last: without it the way is forward, with the index files that are
+    // left.
+    for (size_t i = 1; i < plan.size(); ++i) unlink(plan[i].made().c_str());
+    const outcome flushed = flush_folders(plan);
+    if (!flushed) return flushed;
+    unlink(plan.front().made().c_str());
+    return flush_folder_of(plan.front().place);
 }
 
 outcome remove_journal(const std::string& journal)

@@ -174,6 +174,8 @@ int run(request& wanted, const common_options& common)
             {"--deleted with raw bytes: they have no place for the mark", "choose csv or jsonl"});
     answer<open_files> files = open(wanted.data, indexes_of(wanted), common);
     if (!files) return fail(files.why());
+    const outcome all_counted = check_all_counted(*files);
+    if (!all_counted) warn(all_counted.why().text + "; they are not among those exported");
     const result<file_facts> facts = files->data.facts();
     if (!facts) return fail(failure_on(facts, wanted.data));
     if (wanted.output.empty()) {

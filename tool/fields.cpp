@@ -203,7 +203,7 @@ outcome check_name(std::string_view name)
     });
     if (name.empty()) return failure{"a field without a name", "give it one"};
     if (has_control || name != trimmed(name) || name.starts_with('#') || name == "_deleted" ||
-        name.find_first_of(",=") != name.npos)
+        name == "_number" || name.find_first_of(",=") != name.npos)
         return failure{fmt::format("'{}' can't be the name of a field", name),
                        "choose one without , and =, without # at its front and blanks at its ends"};
     return {};

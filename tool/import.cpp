@@ -84,6 +84,11 @@ private:
             --added_;
             return refuse(one, "a record with the same value of a key is there already");
         }
+        if (stored.half_done()) {
+            // The record is in, without some of its keys: the next import goes on behind it.
+            next_line_ = one.line + 1;
+            ++added_;
+        }
         if (!stored) return stop(failure_on(stored, files_.data.name()));
         if (!one.record.is_deleted()) return true;
         const status marked = files_.data.erase_current();
@@ -157,6 +162,8 @@ int run(request& wanted, const common_options& common)
     if (!source) return fail(source.why());
     answer<open_files> files = open(wanted.data, indexes_of(wanted), common, usual_mode::either);
     if (!files) return fail(files.why());
+    const outcome all_counted = check_all_counted(*files);
+    if (!all_counted) return fail(all_counted.why());
     rejects bad(source->name(), *format);
     if (!wanted.rejects.empty()) {
         const outcome made = bad.keep_in(wanted.rejects);

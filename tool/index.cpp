@@ -91,6 +91,8 @@ int run(const request& wanted, const common_options& common)
                      "choose another name; `tarsil reindex` builds an index file anew"});
     answer<open_files> files = open(wanted.data, {}, common, usual_mode::either);
     if (!files) return fail(files.why());
+    const outcome all_counted = check_all_counted(*files);
+    if (!all_counted) return fail(all_counted.why());
     const answer<key_list> keys = read_keys(wanted, files->fields);
     if (!keys) return fail(keys.why());
     const result<file_facts> facts = files->data.facts();

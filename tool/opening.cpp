@@ -14,6 +14,7 @@
 
 #include <fmt/format.h>
 
+#include "check/file_bytes.h"
 #include "data/data_format.h"
 #include "index/index_format.h"
 #include "tool/compaction.h"
@@ -169,6 +170,25 @@ failure reason_of_write(const std::string& name)
     return {};
 }
 
+// Does a whole record stand behind the end that the header tells?
+bool has_uncounted_record(const std::string& name)
+{
+    check::file_bytes bytes;
+    if (bytes.open(name.c_str()) != check::open_result::opened) return false;
+    data_header header = {};
+    const check::byte_span told = bytes.at(data_header_offset, sizeof header);
+    if (told.empty()) return false;
+    std::memcpy(&header, told.data(), sizeof header);
+    if (header.end_offset < field_table_offset) return false;
+    record_frame frame = {};
+    const check::byte_span stored = bytes.at(header.end_offset, frame_bytes);
+    if (stored.empty()) return false;
+    std::memcpy(&frame, stored.data(), sizeof frame);
+    const bool is_length = header.record_length >= 1 ? frame.length == header.record_length
+                                                     : frame.length >= 1;
+    return is_length && frame.length <= bytes.size() - header.end_offset - frame_bytes;
+}
+
 std::string half_done_advice(const std::string& advice)
 {
     return advice + ". What was begun is done in part: `tarsil check` with all index files tells "
@@ -254,6 +274,20 @@ failure failure_on(const status& why, const std::string& file)
     }
     if (why.half_done()) told.advice = half_done_advice(told.advice);
     return told;
+}
+
+outcome check_all_counted(const open_files& files)
+{
+    const std::string name = files.data.name();
+    if (!has_uncounted_record(name)) return {};
+    if (files.is_shared) {
+        // It may be that of an add elsewhere, whose header comes next.
+        const result<file_lock> lock = files.data.lock();
+        if (!lock || !has_uncounted_record(name)) return {};
+    }
+    return failure{name + ": has records that its header doesn't count, as a killed program "
+                          "leaves them",
+                   fmt::format("`tarsil repair {}` counts them; nothing was changed", name)};
 }
 
 void warn_of_size(const std::string& name)

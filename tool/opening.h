@@ -48,6 +48,10 @@ answer<library> start_library(const common_options& common, bool is_shared);
 // full, what to do about a change that was left half done.
 failure failure_on(const status& why, const std::string& file);
 
+// A failure where whole records stand behind the end that the header tells: what is added next
+// would go over them, and an index would lack them.
+outcome check_all_counted(const open_files& files);
+
 // A warning on standard error when the file has passed nine tenths of its 2 GiB.
 void warn_of_size(const std::string& name);
 

@@ -99,6 +99,9 @@ outcome build(const open_files& files, const old_index& old)
 {
     answer<staged_file> made = staged_file::beside(old.name, ".reindexing");
     if (!made) return made.why();
+    const bool is_new = !old.guard.is_held();
+    std::optional<private_files> only_mine;
+    if (!is_new) only_mine.emplace();
     {
         const watch watching("building " + old.name + ", about", made->name(), old.bytes);
         result<index> built = files.data.build_index(made->name(), old.definitions);
@@ -106,7 +109,6 @@ outcome build(const open_files& files, const old_index& old)
         const status closed = built->close();
         if (!closed) return failure_on(closed, old.name);
     }
-    const bool is_new = !old.guard.is_held();
     const outcome durable = made->make_durable(is_new ? std::string() : old.name);
     if (!durable) return durable;
     return made->take_place(is_new ? staged_file::exists::refuse : staged_file::exists::replace);

@@ -46,7 +46,7 @@ outcome row_reader::read_raw()
                 "check that the file is whole and of records of this length"};
         if (body.empty()) break;
         record_.begin(std::as_bytes(std::span(body)));
-        const bool go_on = take_({number, body, record_, record_.take_as_it_is(length)});
+        const bool go_on = take_({number, source_.row(), record_, record_.take_as_it_is(length)});
         source_.end_row();
         if (!go_on) break;
     }

@@ -44,6 +44,9 @@ std::string real_place(const std::string& name)
     return failed ? name : found.string();
 }
 
+private_files::private_files() : before_(umask(077)) {}
+private_files::~private_files() { umask(before_); }
+
 outcome flush_file(const std::string& name) { return flush(name, O_RDONLY); }
 
 outcome flush_folder_of(const std::string& name)
@@ -101,7 +104,10 @@ outcome staged_file::make_durable(const std::string& like) const
 {
     struct stat facts = {};
     if (!like.empty() && stat(like.c_str(), &facts) == 0) {
-        if (chown(name_.c_str(), facts.st_uid, facts.st_gid) != 0) errno = 0;
+        const uid_t as_it_is = static_cast<uid_t>(-1);
+        bool is_given = chown(name_.c_str(), facts.st_uid, facts.st_gid) == 0;
+        if (!is_given) is_given = chown(name_.c_str(), as_it_is, facts.st_gid) == 0;
+        if (!is_given) errno = 0;
         if (chmod(name_.c_str(), facts.st_mode & 07777) != 0)
             return failed_to("given its permissions", name_, errno);
     }

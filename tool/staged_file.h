@@ -40,6 +40,19 @@ private:
     std::string name_;
 };
 
+// While it lives, files are made for their owner alone. What is to take the place of a file that
+// not everybody may read isn't readable before it has that file's permissions (make_durable).
+class private_files {
+public:
+    private_files();
+    ~private_files();
+    private_files(const private_files&) = delete;
+    private_files& operator=(const private_files&) = delete;
+
+private:
+    unsigned before_;
+};
+
 // The file that a name leads to, through symbolic links, as a full path; also if it isn't there.
 std::string real_place(const std::string& name);
 

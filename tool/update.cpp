@@ -77,6 +77,8 @@ int run(const request& wanted, const common_options& common)
 {
     answer<open_files> files = open(wanted.data, wanted.indexes, common);
     if (!files) return fail(files.why());
+    const outcome all_counted = wanted.may_move ? check_all_counted(*files) : outcome();
+    if (!all_counted) return fail(all_counted.why());
     if (!common.dry_run) note_other_indexes(wanted.data, wanted.indexes);
     const answer<int32_t> number = store(wanted, *files, common.dry_run);
     const outcome closed = files->close();

@@ -142,3 +142,18 @@ tarsil: purge: note: a.idx was not given; if it belongs to a.dat, it doesn't lea
 a.dat: 1 deleted record removed, 1 left
 1
 a.idx: built anew over 1 record: (full name)
+
+# Behind the end that the header tells stand the records of a killed import: nothing goes over them, nothing loses them.
+$ tarsil create k.dat --field n:u8 > out.txt; tarsil import k.dat --no-header - < /dev/null > out.txt; head -c 36 k.dat > header
+> printf '1\n2\n3\n' > rows; tarsil import k.dat rows --no-header; dd if=header of=k.dat conv=notrunc 2> out.txt
+> tarsil add k.dat --set n=4; tarsil purge k.dat; tarsil index k.dat k.idx --key n; tarsil import k.dat rows --no-header; tarsil export k.dat
+> tarsil repair k.dat > out.txt; tarsil add k.dat --set n=4; tarsil export k.dat --no-header | tr '\n' ' '
+k.dat: 3 records added
+tarsil: add: k.dat: has records that its header doesn't count, as a killed program leaves them: `tarsil repair k.dat` counts them; nothing was changed
+tarsil: purge: k.dat: is damaged; nothing was changed: `tarsil check` tells what is wrong and what mends it
+tarsil: index: k.dat: has records that its header doesn't count, as a killed program leaves them: `tarsil repair k.dat` counts them; nothing was changed
+tarsil: import: k.dat: has records that its header doesn't count, as a killed program leaves them: `tarsil repair k.dat` counts them; nothing was changed
+tarsil: export: warning: k.dat: has records that its header doesn't count, as a killed program leaves them; they are not among those exported
+n
+k.dat: record 4 added
+1 2 3 4 
