@@ -289,7 +289,9 @@ int32_t check_cursor(const key_id& id)
     if (code != TS_OK) return code;
     const key_slot& key = key_of(id);
     if (key.position == no_position || !has_cursor(key)) return TS_CURSOR_NONE;
-    return TS_OK;
+    // A search that ended at a missing child, beside a process that splits nodes, has left a branch
+    // behind, whose links lead to nodes. No record stands there.
+    return is_leaf(key.key_record, key.work_node) ? int32_t{TS_OK} : int32_t{TS_CURSOR_NONE};
 }
 
 } // namespace tarsil

@@ -108,7 +108,8 @@ void place_cursor(key_slot& key, int32_t position);
 // TS_FIND_NO_ENTRY, tree_search's codes; TS_OK with the record's offset and the cursor placed.
 [[nodiscard]] int32_t find_key(const key_id& id, const void* key_value, int32_t& record_offset);
 
-// The opening test of all operations at a cursor: check_key's code, TS_CURSOR_NONE, TS_OK.
+// The opening test of all operations at a cursor: check_key's code, TS_CURSOR_NONE (also where a
+// search has left a branch in work_node), TS_OK.
 [[nodiscard]] int32_t check_cursor(const key_id& id);
 
 } // namespace tarsil

@@ -7,15 +7,18 @@
 #include "tests/support/settings.h"
 #include "tests/support/temp_folder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <map>
 #include <memory>
+#include <set>
+#include <sys/mman.h>
 
 namespace tarsil::support {
 namespace {
 
 int64_t scale() { return setting("TARSIL32_PROCESS_SCALE", 1); }
+int64_t seed() { return setting("TARSIL32_PROCESS_SEED", 1); }
 
 check::byte_span span_of(const std::string& bytes)
 {
@@ -32,9 +35,7 @@ public:
         children.push_back(std::make_unique<child_process>([work](const child_line& line) {
             line.receive();
             const work_done done = work();
-            for (const int64_t number :
-                 {done.adds, done.half_adds, done.refused, done.changed, done.odd})
-                line.send(number);
+            for (const auto& each : work_counts) line.send(done.*each.number);
         }));
     }
 
@@ -44,17 +45,13 @@ public:
         for (const auto& child : children) child->line().send(0);
         for (const auto& child : children) {
             const child_line line = child->line();
-            EXPECT_TRUE(line.is_waiting(static_cast<int>(60000 * scale())));
-            for (int64_t* number :
-                 {&all.adds, &all.half_adds, &all.refused, &all.changed, &all.odd})
-                *number += line.receive();
+            EXPECT_TRUE(
+                line.is_waiting(static_cast<int>(60000 * std::min<int64_t>(scale(), 1000))));
+            for (const auto& each : work_counts) all.*each.number += line.receive();
             EXPECT_EQ(child->wait_for_end(), 0);
         }
-        tell_total("adds side by side", all.adds);
-        tell_total("of them without some keys", all.half_adds);
-        tell_total("calls side by side repeated", all.refused);
-        tell_total("calls side by side told of a change", all.changed);
-        tell_total("searches beside a growing tree that ended in a code", all.odd);
+        for (const auto& each : work_counts)
+            if (all.*each.number != 0) tell_total(each.what, all.*each.number, seed());
         return all;
     }
 
@@ -64,7 +61,22 @@ private:
 
 struct Processes : testing::Test {
     temp_folder folder;
+    ledger* book = static_cast<ledger*>(
+        mmap(nullptr, sizeof(ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    ~Processes() override { munmap(book, sizeof(ledger)); }
+
+    agreement terms(manner how = manner::locking, bool fixed = true, int64_t round = 0) const
+    {
+        return {folder.path(), how, fixed, static_cast<uint32_t>(seed() * 1000 + round), book};
+    }
 };
+
+void create_files(const agreement& terms)
+{
+    party first(terms, 0);
+    first.create();
+    first.close();
+}
 
 // --- Appending ----------------------------------------------------------------------------------
 
@@ -235,48 +247,68 @@ TEST_F(Processes, BuildAndOpenIndexesOfOneDataFile)
 
 // --- Mixed work ---------------------------------------------------------------------------------
 
-struct tolerated {
-    bool missing_keys;
-    bool deleted_count;
-};
-
-void expect_sound(const temp_folder& folder, const tolerated& may_be, const work_done& done)
+// Whether every record in the file is whole and, under locks, what the ledger says, and there once.
+// `frames` are the records with their frames, to the end.
+void expect_records(const std::string& frames, const agreement& terms)
 {
-    const std::string data = file_bytes(folder.file("d"));
-    const check::data_report report = check::check_data_image(span_of(data));
-    const int64_t counts = may_be.deleted_count ? report.findings.count(check::invariant::D7) : 0;
-    EXPECT_EQ(report.findings.total() - report.findings.count(check::severity::note), counts)
-        << check::lines_of(report.findings);
-    for (const char* name : {"a", "b"}) {
-        const std::string bytes = file_bytes(folder.file(name));
-        const check::index_report index = check::check_index_image(span_of(bytes), span_of(data));
-        EXPECT_TRUE(index.findings.is_sound()) << check::lines_of(index.findings);
-        for (const check::key_report& key : index.keys) {
-            const int64_t agreeing = may_be.missing_keys ? key.findings.count(check::invariant::I11)
-                                                         : 0;
-            EXPECT_EQ(key.findings.total() - key.findings.count(check::severity::note), agreeing)
-                << check::lines_of(key.findings);
-            if (may_be.missing_keys)
-                tell_total("entries that don't agree", agreeing);
-            else
-                EXPECT_EQ(key.entries, report.records);
-        }
+    int64_t live = 0;
+    std::set<std::pair<int32_t, int32_t>> met;
+    for (size_t at = 0; at < frames.size();) {
+        shared_record record = {};
+        int32_t length = 0;
+        std::memcpy(&length, frames.data() + at + 4, sizeof length);
+        std::memcpy(&record, frames.data() + at + 8, static_cast<size_t>(length));
+        ASSERT_TRUE(is_whole(record) && record.length == length) << "at " << at;
+        const bool deleted = frames[at] == 'd';
+        live += !deleted;
+        at += 8 + static_cast<size_t>(length);
+        if (terms.how == manner::bare) continue;
+        ASSERT_TRUE(met.insert({record.owner, record.serial}).second) << "at " << at;
+        ASSERT_EQ(terms.book->of(record), deleted ? -record.version : record.version);
     }
-    for (size_t at = 28; at < data.size(); at += 8 + shared_record_bytes) {
-        shared_record record;
-        std::memcpy(&record, data.data() + at + 8, sizeof record);
-        ASSERT_TRUE(is_whole(record)) << "at " << at;
-    }
-    EXPECT_LE(report.records, done.adds);
+    if (terms.how == manner::bare) return;
+    for (const auto& serials : terms.book->versions)
+        live -= std::count_if(std::begin(serials), std::end(serials),
+                              [](const auto& version) { return version > 0; });
+    EXPECT_EQ(live, 0) << "records that were added and not deleted are lost";
 }
 
-work_done work_together(const temp_folder& folder, int32_t parties, manner how, bool with_reuse,
-                        int64_t operations)
+// Without locks a record may lack keys, and the count of deleted records may be off.
+void expect_sound(const agreement& terms, const work_done& done)
 {
+    const bool bare = terms.how == manner::bare;
+    const std::string data = file_bytes(terms.folder + "/d");
+    const check::data_report report = check::check_data_image(span_of(data));
+    EXPECT_EQ(report.findings.total() - report.findings.count(check::severity::note),
+              bare ? report.findings.count(check::invariant::D7) : 0)
+        << check::lines_of(report.findings);
+    for (int32_t index = 0; index < party::index_files; ++index) {
+        const std::string bytes = file_bytes(terms.folder + "/" + std::to_string(index));
+        const check::index_report found = check::check_index_image(span_of(bytes), span_of(data));
+        EXPECT_TRUE(found.findings.is_sound()) << check::lines_of(found.findings);
+        EXPECT_EQ(found.keys.size(), index == 0 ? 2U : 1U);
+        for (const check::key_report& key : found.keys) {
+            EXPECT_EQ(key.findings.total() - key.findings.count(check::severity::note),
+                      bare ? key.findings.count(check::invariant::I11) : 0)
+                << check::lines_of(key.findings);
+            EXPECT_TRUE(bare || key.entries == report.records);
+        }
+    }
+    const auto end = static_cast<size_t>(report.header.end_offset);
+    ASSERT_TRUE(end >= 28 && end <= data.size());
+    expect_records(data.substr(28, end - 28), terms);
+    // Where nobody reuses a record, each add is a record more.
+    EXPECT_LE(report.records, done.adds - done.purged);
+    EXPECT_TRUE(terms.fixed || report.records == done.adds - done.purged) << report.records;
+}
+
+work_done four_at_work(const agreement& terms, int64_t operations)
+{
+    create_files(terms);
     crew all;
-    for (int32_t own = 1; own <= parties; ++own)
+    for (int32_t own = 1; own <= 4; ++own)
         all.begin([&, own] {
-            party self(folder.path(), own, how, with_reuse && own % 2 == 0);
+            party self(terms, own);
             self.open();
             self.work(operations);
             self.close();
@@ -285,61 +317,36 @@ work_done work_together(const temp_folder& folder, int32_t parties, manner how, 
     return all.finish();
 }
 
-void create_files(const temp_folder& folder)
+// Long rounds begin with new files again and again, as an index only grows.
+TEST_F(Processes, FourAtMixedWorkLoseNothing)
 {
-    party first(folder.path(), 0, manner::locking, false);
-    first.create();
-    first.close();
-}
-
-// No slot is used twice, so that every record that was added is there, once.
-TEST_F(Processes, TwoThatTakeLocksLeaveNothingOutOfStep)
-{
-    create_files(folder);
-    const work_done done = work_together(folder, 2, manner::locking, false, 1500 * scale());
-    expect_sound(folder, {false, false}, done);
-
-    std::map<int32_t, std::set<int32_t>> serials;
-    const std::string data = file_bytes(folder.file("d"));
-    int64_t records = 0;
-    for (size_t at = 28; at < data.size(); at += 8 + shared_record_bytes, ++records) {
-        shared_record record;
-        std::memcpy(&record, data.data() + at + 8, sizeof record);
-        EXPECT_TRUE(serials[record.owner].insert(record.serial).second);
-    }
-    EXPECT_EQ(records, done.adds);
-    for (const auto& [owner, numbers] : serials)
-        EXPECT_EQ(*numbers.rbegin(), static_cast<int32_t>(numbers.size())) << "owner " << owner;
-}
-
-TEST_F(Processes, FourOfWhichTwoReuseLeaveNothingOutOfStep)
-{
-    create_files(folder);
-    expect_sound(folder, {false, false},
-                 work_together(folder, 4, manner::locking, true, 1000 * scale()));
-}
-
-// Without locks a call can be refused half way. A record may lack keys and the count of deleted
-// records may be off, as docs/LOCKING.md says, but no tree and no record is ever damaged.
-TEST_F(Processes, FourWithoutLocksDamageNothing)
-{
-    create_files(folder);
-    expect_sound(folder, {true, true},
-                 work_together(folder, 4, manner::bare, true, 1000 * scale()));
+    const int64_t operations = 1000 * std::min<int64_t>(scale(), 25);
+    for (int64_t round = 0; round < std::max<int64_t>(scale() / 25, 1); ++round)
+        for (const bool fixed : {true, false})
+            for (const manner how : {manner::locking, manner::bare}) {
+                SCOPED_TRACE(std::string(fixed ? "fixed" : "variable") + " length, round " +
+                             std::to_string(round) + (how == manner::bare ? " without locks" : ""));
+                std::memset(static_cast<void*>(book), 0, sizeof *book);
+                const agreement agreed = terms(how, fixed, round);
+                expect_sound(agreed, four_at_work(agreed, operations));
+                for (const auto& file : std::filesystem::directory_iterator(folder.path()))
+                    std::filesystem::remove(file);
+                if (HasFailure()) return;
+            }
 }
 
 // --- What one process sees of another -----------------------------------------------------------
 
 TEST_F(Processes, AChangeElsewhereIsToldOnce)
 {
-    create_files(folder);
+    create_files(terms());
     child_process other([&](const child_line& line) {
-        party they(folder.path(), 2, manner::locking, false);
+        party they(terms(), 2);
         they.open();
         for (int i = 0; i < 4; ++i) line.step([&] { return they.add(); });
         line.step([&] { return they.close(), 0; });
     });
-    party self(folder.path(), 1, manner::locking, false);
+    party self(terms(), 1);
     self.open();
     for (int i = 0; i < 3; ++i) ASSERT_EQ(self.add(), TS_OK);
     ASSERT_EQ(other.next(), TS_OK);
@@ -397,16 +404,16 @@ const lock_case lock_cases[] = {
 
 TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
 {
-    create_files(folder);
+    create_files(terms());
     {
-        party first(folder.path(), 1, manner::locking, false);
+        party first(terms(), 1);
         first.open();
         for (int i = 0; i < 3; ++i) first.add();
         first.close();
     }
     int32_t theirs = -1;
     child_process other([&](const child_line& line) {
-        party they(folder.path(), 2, manner::locking, false);
+        party they(terms(), 2);
         line.step([&] { return they.open(), 0; });
         theirs = they.data();
         shared_record record;
@@ -419,7 +426,7 @@ TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
             line.step([&] { return tsgetfi32(theirs, 0, 0, &record, &deleted); });
         }
     });
-    party self(folder.path(), 1, manner::locking, false);
+    party self(terms(), 1);
     self.open();
     const int32_t d = self.data();
     EXPECT_EQ(other.next(), 0);

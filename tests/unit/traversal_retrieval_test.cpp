@@ -127,6 +127,15 @@ TEST_F(Walk, DamageAnywhereInAnIndexEndsInCodes)
     char cursors[] = {'y', 'y', 'n'};
     ASSERT_EQ(tsopeni32(0, "i", cursors), 0);
     EXPECT_EQ(read_by(tsgetfi32, 0), TS_WALK_CHILD_MISSING);
+    // A search that ends there leaves the cursor in a branch, whose links lead to no records.
+    row met = {};
+    int32_t number = 0;
+    EXPECT_EQ(read_by(tsgetli32, 0), TS_OK);
+    EXPECT_EQ(tsgeti32(0, 0, 0, i32(-1).data(), &met, &met.deleted), TS_FIND_NO_ENTRY);
+    for (const reader read : {tsgetci32, tsgetni32, tsgetpi32})
+        EXPECT_EQ(read_by(read, 0), TS_CURSOR_NONE);
+    EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_CURSOR_NONE);
+    EXPECT_EQ(tsdelci32(0, 0, 0), TS_CURSOR_NONE);
 
     std::vector<int32_t> codes;
     const auto use = [&](const std::string& damaged) {
