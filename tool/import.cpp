@@ -45,6 +45,9 @@ public:
         // Nobody is kept out while the next rows are waited for.
         source_.before_waiting([this] { lock_.release(); });
         outcome done = reader_.read();
+        // What ends then on a pipe need not be all of it.
+        const bool is_pipe = source_.size() == 0;
+        is_stopped_ = is_stopped_ || (is_pipe && stop_wanted());
         lock_.release();
         progress_.finish();
         return problem_ ? outcome(*problem_) : done;

@@ -5,10 +5,13 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
+
+#include "tool/signals.h"
 
 namespace tarsil::tool {
 
@@ -17,6 +20,18 @@ namespace {
 constexpr int no_descriptor = -1;
 constexpr size_t read_bytes = size_t{256} << 10;
 constexpr size_t most_buffer_bytes = size_t{256} << 20;
+
+// A wish to stop ends the wait, where a read would go on with it. False: nothing more is wanted.
+bool wait_for_bytes(int descriptor)
+{
+    constexpr int look_every = 200; // milliseconds
+    struct pollfd one = {descriptor, POLLIN, 0};
+    while (!stop_wanted()) {
+        const int ready = poll(&one, 1, look_every);
+        if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    }
+    return false;
+}
 
 } // namespace
 
@@ -67,6 +82,8 @@ bool line_source::fill()
         return false;
     }
     if (!is_file_ && before_waiting_) before_waiting_();
+    is_at_end_ = !is_file_ && !wait_for_bytes(descriptor_);
+    if (is_at_end_) return false;
     ssize_t count = 0;
     do count = ::read(descriptor_, buffer_.data() + end_, read_bytes);
     while (count < 0 && errno == EINTR);

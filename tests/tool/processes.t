@@ -66,3 +66,12 @@ tarsil: import: stopped: 1 record added; --from-line 2 goes on behind that
 a.dat: sound; 7 records, 0 of them deleted, 120 bytes
 a.idx: sound; 1 key, 10,408 bytes
 [2]
+
+$ tarsil import a.dat rows --dry-run --no-header & { printf '8\n9'; sleep 0.3; kill -INT $!; sleep 0.3; } > rows; wait $!
+tarsil: import: stopped: 1 record added; --from-line 2 goes on behind that
+[2]
+
+# So does one at the end of what a pipe gave, which need not be all.
+$ tarsil import a.dat rows --dry-run --no-header & { echo 8; sleep 0.3; kill -INT $!; sleep 0.3; } > rows; wait $!
+tarsil: import: stopped: 1 record added; --from-line 2 goes on behind that
+[2]
