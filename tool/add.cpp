@@ -67,10 +67,7 @@ run_command declare_add(option_set& options, common_options& common)
     options.add("--partial", wanted->is_partial,
                 "Fields that aren't set are 0 or empty, instead of an error");
     add_duplicates(options, wanted->repeated);
-    add_fields_file(options, common);
-    add_sharing(options, common);
-    add_json(options, common);
-    add_dry_run(options, common);
+    add_for_changes(options, common);
     return [wanted, &common] { return run(*wanted, common); };
 }
 

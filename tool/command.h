@@ -52,6 +52,8 @@ void add_sharing(option_set& options, common_options& common); // --wait and the
 void add_fields_file(option_set& options, common_options& common);
 void add_json(option_set& options, common_options& common);
 void add_dry_run(option_set& options, common_options& common);
+// All of these, for a command that changes files.
+void add_for_changes(option_set& options, common_options& common);
 
 // What each command declares.
 struct declared_command {

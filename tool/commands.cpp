@@ -214,4 +214,12 @@ void add_dry_run(option_set& options, common_options& common)
     options.add("--dry-run", common.dry_run, "Tell what would be done, and change nothing");
 }
 
+void add_for_changes(option_set& options, common_options& common)
+{
+    add_fields_file(options, common);
+    add_sharing(options, common);
+    add_json(options, common);
+    add_dry_run(options, common);
+}
+
 } // namespace tarsil::tool

@@ -210,10 +210,7 @@ run_command declare_import(option_set& options, common_options& common)
     options.add("--from-line", wanted->from_line, "Pass over rows in front of this line")
         .from_one()
         .value_name("N");
-    add_fields_file(options, common);
-    add_sharing(options, common);
-    add_json(options, common);
-    add_dry_run(options, common);
+    add_for_changes(options, common);
     return [wanted, &common] { return run(*wanted, common); };
 }
 

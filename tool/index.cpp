@@ -119,10 +119,7 @@ run_command declare_index(option_set& options, common_options& common)
     options.add("--order", wanted->order, "Half the entries that a node has room for; 0 chooses")
         .between(0, 1'000'000)
         .value_name("N");
-    add_fields_file(options, common);
-    add_sharing(options, common);
-    add_json(options, common);
-    add_dry_run(options, common);
+    add_for_changes(options, common);
     return [wanted, &common] { return run(*wanted, common); };
 }
 

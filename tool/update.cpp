@@ -110,10 +110,7 @@ run_command declare_update(option_set& options, common_options& common)
     options.add("--move", wanted->may_move,
                 "Where a key changes: delete the record and add the new one");
     add_duplicates(options, wanted->repeated);
-    add_fields_file(options, common);
-    add_sharing(options, common);
-    add_json(options, common);
-    add_dry_run(options, common);
+    add_for_changes(options, common);
     return [wanted, &common] { return run(*wanted, common); };
 }
 
