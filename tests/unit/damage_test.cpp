@@ -4,9 +4,9 @@
 //
 // TARSIL32_DAMAGE_ROUNDS (1) says how many scripts live with each file that has one fault, and how
 // many files have several; TARSIL32_DAMAGE_SEED from which seed all of that is drawn.
-#include "check/index_check.h"
 #include "data/data_format.h"
 #include "index/index_format.h"
+#include "tests/support/checked.h"
 #include "tests/support/hostile_life.h"
 #include "tests/support/library_fixture.h"
 #include "tests/support/settings.h"
@@ -118,8 +118,8 @@ protected:
     void SetUp() override
     {
         made = sound_files(GetParam());
-        ASSERT_TRUE(check::check_data_image(span_of(made.data)).findings.is_sound());
-        ASSERT_TRUE(check::check_index_image(span_of(made.index), span_of(made.data)).is_sound());
+        ASSERT_TRUE(check_data(made.data).findings.is_sound());
+        ASSERT_TRUE(check_index(made.index, made.data).is_sound());
         places = places_of(made);
     }
 
@@ -127,11 +127,6 @@ protected:
     {
         tell_total("damaged files", damaged, seed);
         tell_total("lives with damaged files", lives, seed);
-    }
-
-    static check::byte_span span_of(const std::string& bytes)
-    {
-        return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
     }
 
     // A script of reads alone, or of any calls.
@@ -151,7 +146,7 @@ protected:
     void expect_promises(const hostile_files& files, long long scripts, const std::string& what)
     {
         // The checker takes any content too.
-        check::check_index_image(span_of(files.index), span_of(files.data));
+        check_index(files.index, files.data);
         ++damaged;
         for (; scripts > 0; --scripts) {
             const std::vector<uint8_t> script = draw_script();

@@ -1,24 +1,19 @@
 // What the checkers find in the files that a failure has left; see tests/unit/fault_sweep.h.
 #include "check/report_text.h"
+#include "tests/support/checked.h"
 #include "tests/unit/fault_sweep.h"
 
 namespace tarsil::support {
 namespace {
 
-check::byte_span span_of(const std::string& bytes)
-{
-    return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
-}
-
 found_files check_all(const file_images& files)
 {
     found_files found;
     if (files.count("d") == 0) return found;
-    const check::byte_span data = span_of(files.at("d"));
-    found.data = check::check_data_image(data);
+    const std::string& data = files.at("d");
+    found.data = check_data(data);
     for (const auto& [name, bytes] : files) {
-        if (!is_data(name))
-            found.indexes.emplace(name, check::check_index_image(span_of(bytes), data));
+        if (!is_data(name)) found.indexes.emplace(name, check_index(bytes, data));
     }
     return found;
 }

@@ -85,7 +85,7 @@ void open(scene files)
     ASSERT_EQ(tsopeni32(0, "i1", cursors), 1);
 }
 
-void nowhere_special() {}
+void ready() {} // nothing beside
 void reuse() { tsdelow32('y'); }
 void stand_on(int32_t number)
 {
@@ -161,10 +161,6 @@ void header_behind()
 }
 void zeros_behind() { sim::set_bytes("d", sim::bytes("d") + std::string(40, '\0')); }
 
-int32_t update(int32_t (*how)(const void*, int32_t), const std::string& record, int32_t mode)
-{
-    return how(record.data(), mode);
-}
 int32_t by_number(const void* record, int32_t mode)
 {
     return tsupd32(0, 3, record, record_bytes, told, body, mode);
@@ -221,6 +217,17 @@ int32_t nearest(int32_t number)
     return tsgetipp32(0, 0, 0, i32(number).data(), 1, 0, body, told);
 }
 
+template <auto read> int32_t in_file() { return read(0, body, told); }
+template <auto read> int32_t by_key() { return read(0, 0, 0, body, told); }
+template <auto update> int32_t in_place() { return update(changed_filler.data(), 0); }
+template <auto update, int32_t mode = 2> int32_t anew() { return update(changed_key.data(), mode); }
+template <auto lock, int32_t otherwise> int32_t in_shared_mode()
+{
+    return is_shared() ? lock() : otherwise;
+}
+int32_t purge() { return tspurge32(0, body, told); }
+int32_t rebuild() { return tsrbdbh32("d", body); }
+
 constexpr leaves counts = leaves::counts_behind;
 constexpr leaves keys = leaves::keys_behind;
 constexpr leaves half = leaves::half_purged;
@@ -232,51 +239,49 @@ constexpr scene variable = scene::variable;
 
 const row rows[] = {
     // Start, stop, options, texts.
-    {"tsinit32", "", none, nowhere_special, [] { return tsfree32(), tsinit32(); }, TS_STARTED},
-    {"tsfree32", "", none, nowhere_special, [] { return tsfree32(), 0; }},
-    {"tsautoup32", "", none, nowhere_special, [] { return tsautoup32('x'); },
-     TS_BAD_AUTO_UPDATE_LETTER},
-    {"tsdelow32", "", none, nowhere_special, [] { return tsdelow32('y'), 0; }},
-    {"tsspdoub32", "", none, nowhere_special, [] { return tsspdoub32(3); }},
-    {"tsmuser32", "", none, nowhere_special, [] { return tsmuser32('n'), tsmuser32('y'); }},
-    {"check_share_loaded32", "", none, nowhere_special, [] { return check_share_loaded32(); }, 255},
-    {"tsstrcvt32", "", none, nowhere_special, [] { return tsstrcvt32(body, body + 32, 1), 0; }},
-    {"tsinitbf32", "", none, nowhere_special, [] { return tsinitbf32(9, 'x', body), 0; }},
+    {"tsinit32", "", none, ready, [] { return tsfree32(), tsinit32(); }, TS_STARTED},
+    {"tsfree32", "", none, ready, [] { return tsfree32(), 0; }},
+    {"tsautoup32", "", none, ready, [] { return tsautoup32('x'); }, TS_BAD_AUTO_UPDATE_LETTER},
+    {"tsdelow32", "", none, ready, [] { return tsdelow32('y'), 0; }},
+    {"tsspdoub32", "", none, ready, [] { return tsspdoub32(3); }},
+    {"tsmuser32", "", none, ready, [] { return tsmuser32('n'), tsmuser32('y'); }},
+    {"check_share_loaded32", "", none, ready, [] { return check_share_loaded32(); }, 255},
+    {"tsstrcvt32", "", none, ready, [] { return tsstrcvt32(body, body + 32, 1), 0; }},
+    {"tsinitbf32", "", none, ready, [] { return tsinitbf32(9, 'x', body), 0; }},
 
     // The data file.
-    {"tscrdata32", "", none, nowhere_special, create_data},
-    {"tsopend32", "", closed, nowhere_special, [] { return tsopend32("d"); }},
+    {"tscrdata32", "", none, ready, create_data},
+    {"tsopend32", "", closed, ready, [] { return tsopend32("d"); }},
     {"tsopend32", "with the scan", closed, reuse, [] { return tsopend32("d"); }},
-    {"tsclosed32", "clean", indexed, nowhere_special, [] { return tsclosed32(0); }},
+    {"tsclosed32", "clean", indexed, ready, [] { return tsclosed32(0); }},
     {"tsclosed32", "changed", indexed, with_changes, [] { return tsclosed32(0); }},
-    {"tsIsFileThere32", "", closed, nowhere_special,
+    {"tsIsFileThere32", "", closed, ready,
      [] { return tsIsFileThere32("d") == 1 ? 0 : int32_t{TS_OPEN_DATA_NOT_THERE}; }},
-    {"tsstatd32", "", plain, nowhere_special, facts},
-    {"tsfields32", "", plain, nowhere_special, fields, 2},
-    {"tsvernum32", "data", plain, nowhere_special, [] { return version(1); }},
-    {"tsvernum32", "index", indexed, nowhere_special, [] { return version(2); }},
-    {"tsrbdbh32", "", closed, header_behind, [] { return tsrbdbh32("d", body); }, 0, keys},
-    {"tsrbdbh32", "zeros", closed, zeros_behind, [] { return tsrbdbh32("d", body); }, 0, keys},
+    {"tsstatd32", "", plain, ready, facts},
+    {"tsfields32", "", plain, ready, fields, 2},
+    {"tsvernum32", "data", plain, ready, [] { return version(1); }},
+    {"tsvernum32", "index", indexed, ready, [] { return version(2); }},
+    {"tsrbdbh32", "", closed, header_behind, rebuild, 0, keys},
+    {"tsrbdbh32", "zeros", closed, zeros_behind, rebuild, 0, keys},
 
     // Reading in file order.
-    {"tsgetd32", "", plain, nowhere_special, [] { return tsgetd32(0, 4, body, told); }},
-    {"tsgetd32", "variable", variable, nowhere_special, [] { return tsgetd32(0, 4, body, told); }},
-    {"tsgetfd32", "", plain, nowhere_special, [] { return tsgetfd32(0, body, told); }},
-    {"tsgetld32", "", plain, nowhere_special, [] { return tsgetld32(0, body, told); }},
-    {"tsgetnd32", "", plain, at_third, [] { return tsgetnd32(0, body, told); }},
-    {"tsgetpd32", "", plain, at_third, [] { return tsgetpd32(0, body, told); }},
-    {"tsgetcd32", "", plain, at_third, [] { return tsgetcd32(0, body, told); }},
+    {"tsgetd32", "", plain, ready, [] { return tsgetd32(0, 4, body, told); }},
+    {"tsgetd32", "variable", variable, ready, [] { return tsgetd32(0, 4, body, told); }},
+    {"tsgetfd32", "", plain, ready, in_file<tsgetfd32>},
+    {"tsgetld32", "", plain, ready, in_file<tsgetld32>},
+    {"tsgetnd32", "", plain, at_third, in_file<tsgetnd32>},
+    {"tsgetpd32", "", plain, at_third, in_file<tsgetpd32>},
+    {"tsgetcd32", "", plain, at_third, in_file<tsgetcd32>},
     {"tsrecd32", "", variable, at_third, [] { return tsrecd32(0, told, told + 1, told + 2); }},
 
     // Changing records.
-    {"tsadd32", "variable", variable, nowhere_special,
+    {"tsadd32", "variable", variable, ready,
      [] { return tsadd32(0, (record_of(55) + "...").c_str(), 16, 'n'); }, 0, keys},
     {"tsadd32", "locked by the caller", indexed, locked_by_caller,
      [] { return tsadd32(0, record_of(55).c_str(), record_bytes, 'n'); }, 0, keys},
     {"tsdeld32", "", plain, reuse, [] { return tsdeld32(0, 3); }, 0, counts},
     {"tsdelcd32", "", variable, on_live, [] { return tsdelcd32(0); }, 0, counts},
-    {"tsdeli32", "", indexed, nowhere_special, [] { return tsdeli32(0, 0, 0, i32(70).data()); }, 0,
-     counts},
+    {"tsdeli32", "", indexed, ready, [] { return tsdeli32(0, 0, 0, i32(70).data()); }, 0, counts},
     {"tsdelci32", "", indexed, on_live, [] { return tsdelci32(0, 0, 0); }, 0, counts},
     {"tsdelci32", "deleted already", indexed, on_deleted, [] { return tsdelci32(0, 0, 0); },
      TS_DELETE_CURSOR_DELETED},
@@ -285,85 +290,65 @@ const row rows[] = {
     {"tsundeli32", "", indexed, on_deleted_and_reuse,
      [] { return tsundeli32(0, 0, 0, i32(10).data()); }, 0, counts},
     {"tsudelci32", "", indexed, on_deleted, [] { return tsudelci32(0, 0, 0); }, 0, counts},
-    {"tsupd32", "in place", indexed, nowhere_special,
-     [] { return update(by_number, changed_filler, 0); }},
-    {"tsupcd32", "in place", variable, on_live,
-     [] { return update(at_current, changed_filler, 0); }},
-    {"tsupi32", "in place", indexed, nowhere_special,
-     [] { return update(by_value, changed_filler, 0); }},
-    {"tsupci32", "in place", indexed, on_live, [] { return update(at_cursor, changed_filler, 0); }},
-    {"tsupd32", "anew", indexed, nowhere_special, [] { return update(by_number, changed_key, 2); },
-     1, keys},
-    {"tsupcd32", "anew", variable, on_live, [] { return update(at_current, changed_key, 2); }, 1,
-     keys},
-    {"tsupi32", "anew", indexed, nowhere_special, [] { return update(by_value, changed_key, 1); },
-     1, keys},
-    {"tsupci32", "anew", indexed, on_live, [] { return update(at_cursor, changed_key, 2); }, 1,
-     keys},
-    {"tsupd32", "key changed", indexed, nowhere_special,
-     [] { return update(by_number, changed_key, 0); }, TS_UPDATE_KEY_CHANGED},
-    {"tspurge32", "plain", plain, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
-     half},
-    {"tspurge32", "indexed", indexed, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
-     half},
-    {"tspurge32", "variable", variable, nowhere_special, [] { return tspurge32(0, body, told); }, 0,
-     half},
-    {"tspurge32", "all", indexed, delete_the_others, [] { return tspurge32(0, body, told); }, 0,
-     half},
-    {"tspurge32", "nothing", indexed, undelete_all, [] { return tspurge32(0, body, told); },
-     TS_PURGE_NOTHING_DELETED},
+    {"tsupd32", "in place", indexed, ready, in_place<by_number>},
+    {"tsupcd32", "in place", variable, on_live, in_place<at_current>},
+    {"tsupi32", "in place", indexed, ready, in_place<by_value>},
+    {"tsupci32", "in place", indexed, on_live, in_place<at_cursor>},
+    {"tsupd32", "anew", indexed, ready, anew<by_number>, 1, keys},
+    {"tsupcd32", "anew", variable, on_live, anew<at_current>, 1, keys},
+    {"tsupi32", "anew", indexed, ready, anew<by_value, 1>, 1, keys},
+    {"tsupci32", "anew", indexed, on_live, anew<at_cursor>, 1, keys},
+    {"tsupd32", "key changed", indexed, ready, [] { return by_number(changed_key.data(), 0); },
+     TS_UPDATE_KEY_CHANGED},
+    {"tspurge32", "plain", plain, ready, purge, 0, half},
+    {"tspurge32", "indexed", indexed, ready, purge, 0, half},
+    {"tspurge32", "variable", variable, ready, purge, 0, half},
+    {"tspurge32", "all", indexed, delete_the_others, purge, 0, half},
+    {"tspurge32", "nothing", indexed, undelete_all, purge, TS_PURGE_NOTHING_DELETED},
 
     // Index files.
-    {"tscrind32", "", scene::no_records, nowhere_special, [] { return create_index(tscrind32); }},
-    {"tscrindd32", "", plain, nowhere_special, [] { return create_index(build_index); }, 0, keys},
-    {"tscrindd32", "variable", variable, nowhere_special, [] { return create_index(build_index); },
-     2, keys},
-    {"tsopeni32", "", scene::data_open, nowhere_special, open_index},
-    {"tsclosei32", "clean", indexed, nowhere_special, [] { return tsclosei32(0, 1); }},
+    {"tscrind32", "", scene::no_records, ready, [] { return create_index(tscrind32); }},
+    {"tscrindd32", "", plain, ready, [] { return create_index(build_index); }, 0, keys},
+    {"tscrindd32", "variable", variable, ready, [] { return create_index(build_index); }, 2, keys},
+    {"tsopeni32", "", scene::data_open, ready, open_index},
+    {"tsclosei32", "clean", indexed, ready, [] { return tsclosei32(0, 1); }},
     {"tsclosei32", "changed", indexed, with_changes, [] { return tsclosei32(0, 1); }},
-    {"tsstati32", "", indexed, nowhere_special, report},
+    {"tsstati32", "", indexed, ready, report},
 
     // Reading through a key.
-    {"tsgeti32", "", indexed, nowhere_special,
-     [] { return tsgeti32(0, 0, 0, i32(60).data(), body, told); }},
-    {"tsgeti32", "missing", indexed, nowhere_special,
+    {"tsgeti32", "", indexed, ready, [] { return tsgeti32(0, 0, 0, i32(60).data(), body, told); }},
+    {"tsgeti32", "missing", indexed, ready,
      [] { return tsgeti32(0, 0, 0, i32(61).data(), body, told); }, TS_FIND_NO_ENTRY},
-    {"tsgetip32", "", variable, nowhere_special,
-     [] { return tsgetip32(0, 0, 1, "m", 1, 0, body, told); }},
-    {"tsgetipp32", "equal", indexed, nowhere_special, [] { return nearest(60); }},
-    {"tsgetipp32", "in front", indexed, nowhere_special, [] { return nearest(59); }, 1},
-    {"tsgetipp32", "behind all", indexed, nowhere_special, [] { return nearest(99); }, 1},
-    {"tsgetipp32", "before all", indexed, nowhere_special, [] { return nearest(1); }, 2},
-    {"tsgetfi32", "", indexed, nowhere_special, [] { return tsgetfi32(0, 0, 0, body, told); }},
-    {"tsgetli32", "", indexed, nowhere_special, [] { return tsgetli32(0, 0, 0, body, told); }},
-    {"tsgetni32", "", indexed, on_first, [] { return tsgetni32(0, 0, 0, body, told); }},
-    {"tsgetni32", "across", indexed, on_edge_of_leaf,
-     [] { return tsgetni32(0, 0, 0, body, told); }},
-    {"tsgetni32", "at the end", indexed, on_last, [] { return tsgetni32(0, 0, 0, body, told); },
-     TS_NEXT_ENTRY_AT_END},
-    {"tsgetni32", "locked by the caller", indexed, locked_by_caller,
-     [] { return tsgetni32(0, 0, 0, body, told); }},
-    {"tsgetpi32", "", indexed, on_last, [] { return tsgetpi32(0, 0, 0, body, told); }},
-    {"tsgetpi32", "across", indexed, behind_edge_of_leaf,
-     [] { return tsgetpi32(0, 0, 0, body, told); }},
-    {"tsgetpi32", "at the start", indexed, on_first, [] { return tsgetpi32(0, 0, 0, body, told); },
-     TS_PREVIOUS_ENTRY_AT_START},
-    {"tsgetci32", "", indexed, on_live, [] { return tsgetci32(0, 0, 0, body, told); }},
+    {"tsgetip32", "", variable, ready, [] { return tsgetip32(0, 0, 1, "m", 1, 0, body, told); }},
+    {"tsgetipp32", "equal", indexed, ready, [] { return nearest(60); }},
+    {"tsgetipp32", "in front", indexed, ready, [] { return nearest(59); }, 1},
+    {"tsgetipp32", "behind all", indexed, ready, [] { return nearest(99); }, 1},
+    {"tsgetipp32", "before all", indexed, ready, [] { return nearest(1); }, 2},
+    {"tsgetfi32", "", indexed, ready, by_key<tsgetfi32>},
+    {"tsgetli32", "", indexed, ready, by_key<tsgetli32>},
+    {"tsgetni32", "", indexed, on_first, by_key<tsgetni32>},
+    {"tsgetni32", "across", indexed, on_edge_of_leaf, by_key<tsgetni32>},
+    {"tsgetni32", "at the end", indexed, on_last, by_key<tsgetni32>, TS_NEXT_ENTRY_AT_END},
+    {"tsgetni32", "locked by the caller", indexed, locked_by_caller, by_key<tsgetni32>},
+    {"tsgetpi32", "", indexed, on_last, by_key<tsgetpi32>},
+    {"tsgetpi32", "across", indexed, behind_edge_of_leaf, by_key<tsgetpi32>},
+    {"tsgetpi32", "at the start", indexed, on_first, by_key<tsgetpi32>, TS_PREVIOUS_ENTRY_AT_START},
+    {"tsgetci32", "", indexed, on_live, by_key<tsgetci32>},
     {"tssetd2i32", "", indexed, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
     {"tssetd2i32", "variable", variable, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
     {"tsseti2d32", "", indexed, on_live, [] { return tsseti2d32(0, 0, 0, body, body + 32, told); }},
 
     // Ranges of the caller.
-    {"tslockd32", "", plain, nowhere_special, [] { return is_shared() ? tslockd32(0) : 1; }, 1},
-    {"tsulockd32", "", plain, data_locked, [] { return is_shared() ? tsulockd32(0) : 0; }},
-    {"tslockdr32", "", plain, nowhere_special, [] { return is_shared() ? tslockdr32(0, 2) : 0; }},
-    {"tsulckdr32", "", plain, record_locked, [] { return is_shared() ? tsulckdr32(0, 3) : 0; }},
-    {"tslocki32", "", indexed, nowhere_special, [] { return is_shared() ? tslocki32(0, 0) : 1; },
-     1},
-    {"tsulocki32", "", indexed, index_locked, [] { return is_shared() ? tsulocki32(0, 0) : 0; }},
-    {"tsulalld32", "", plain, two_records_locked, [] { return is_shared() ? tsulalld32(0) : 2; },
+    {"tslockd32", "", plain, ready, in_shared_mode<[] { return tslockd32(0); }, 1>, 1},
+    {"tsulockd32", "", plain, data_locked, in_shared_mode<[] { return tsulockd32(0); }, 0>},
+    {"tslockdr32", "", plain, ready, in_shared_mode<[] { return tslockdr32(0, 2); }, 0>},
+    {"tsulckdr32", "", plain, record_locked, in_shared_mode<[] { return tsulckdr32(0, 3); }, 0>},
+    {"tslocki32", "", indexed, ready, in_shared_mode<[] { return tslocki32(0, 0); }, 1>, 1},
+    {"tsulocki32", "", indexed, index_locked, in_shared_mode<[] { return tsulocki32(0, 0); }, 0>},
+    {"tsulalld32", "", plain, two_records_locked, in_shared_mode<[] { return tsulalld32(0); }, 2>,
      2},
-    {"tsulalli32", "", indexed, index_locked, [] { return is_shared() ? tsulalli32(0, 0) : 1; }, 1},
+    {"tsulalli32", "", indexed, index_locked, in_shared_mode<[] { return tsulalli32(0, 0); }, 1>,
+     1},
 };
 
 class FunctionFaults : public FaultSweep {

@@ -217,39 +217,31 @@ void life::purge()
 
 void life::navigate()
 {
+    static constexpr struct {
+        int32_t (*call)(int32_t, void*, int32_t*);
+        outcome (*expected)(data_file&);
+        bool from_current;
+    } reads[] = {
+        {tsgetfd32, [](data_file& of) { return of.first(); }, false},
+        {tsgetld32, [](data_file& of) { return of.last(); }, false},
+        {tsgetpd32, [](data_file& of) { return of.previous(); }, false},
+        {tsgetnd32, [](data_file& of) { return of.next(); }, true},
+        {tsgetcd32, [](data_file& of) { return of.here(); }, true},
+    };
     int32_t deleted = -1;
     int32_t number = make.below(file.count() + 3) - 1;
-    const int32_t what = make.below(7);
-    if (is_current_astray() && what >= 3 && what != 4) return;
-    char* const to = buffer.data();
+    const auto what = static_cast<size_t>(make.below(7));
     outcome told = {};
     int32_t code = 0;
-    switch (what) {
-    case 0:
-        code = tsgetd32(d, number, to, &deleted);
+    if (what < std::size(reads)) {
+        if (is_current_astray() && reads[what].from_current) return;
+        code = reads[what].call(d, buffer.data(), &deleted);
+        told = reads[what].expected(file);
+    } else if (what == std::size(reads)) {
+        code = tsgetd32(d, number, buffer.data(), &deleted);
         told = file.by_number(number);
-        break;
-    case 1:
-        code = tsgetfd32(d, to, &deleted);
-        told = file.first();
-        break;
-    case 2:
-        code = tsgetld32(d, to, &deleted);
-        told = file.last();
-        break;
-    case 3:
-        code = tsgetnd32(d, to, &deleted);
-        told = file.next();
-        break;
-    case 4:
-        code = tsgetpd32(d, to, &deleted);
-        told = file.previous();
-        break;
-    case 5:
-        code = tsgetcd32(d, to, &deleted);
-        told = file.here();
-        break;
-    default: {
+    } else {
+        if (is_current_astray()) return;
         int32_t length = -1;
         code = tsrecd32(d, &number, &deleted, &length);
         told = file.here();
@@ -259,7 +251,6 @@ void life::navigate()
             same(static_cast<int64_t>(body.size()), length, "the length");
             buffer.replace(0, body.size(), body);
         }
-    }
     }
     same(told.code, code, "the code");
     delivered(told, deleted);
@@ -321,46 +312,37 @@ void life::find_part()
     delivered(told, deleted);
 }
 
+namespace {
+
+// A step of a cursor, by the library and by the model.
+struct key_step {
+    int32_t (*call)(int32_t, int32_t, int32_t, void*, int32_t*);
+    outcome (*expected)(data_file&, key&);
+};
+constexpr key_step to_first = {tsgetfi32, [](data_file& f, key& k) { return f.to_end(k, false); }};
+constexpr key_step to_last = {tsgetli32, [](data_file& f, key& k) { return f.to_end(k, true); }};
+constexpr key_step stay = {tsgetci32, [](data_file& f, key& k) { return f.at_cursor(k); }};
+constexpr key_step forth = {tsgetni32, [](data_file& f, key& k) { return f.step(k, true); }};
+constexpr key_step back = {tsgetpi32, [](data_file& f, key& k) { return f.step(k, false); }};
+
+} // namespace
+
 void life::step()
 {
+    static constexpr key_step steps[] = {to_first, to_last, stay, forth, forth,
+                                         forth,    forth,   back, back,  back};
     chosen_key chosen;
     if (!choose_key(chosen)) return;
     key& of = *chosen.of;
-    const auto [i, k, unused] = chosen;
-    int32_t what = make.below(10);
-    if (of.state == cursor_state::lost) what = of.entries.empty() ? 10 : what % 2;
-    int32_t deleted = -1;
-    char* const to = buffer.data();
-    outcome told = {};
-    int32_t code = 0;
-    switch (what) {
-    case 0:
-        code = tsgetfi32(d, i, k, to, &deleted);
-        told = file.to_end(of, false);
-        break;
-    case 1:
-        code = tsgetli32(d, i, k, to, &deleted);
-        told = file.to_end(of, true);
-        break;
-    case 2:
-        code = tsgetci32(d, i, k, to, &deleted);
-        told = file.at_cursor(of);
-        break;
-    case 3:
-    case 4:
-    case 5:
-    case 6:
-        code = tsgetni32(d, i, k, to, &deleted);
-        told = file.step(of, true);
-        break;
-    case 7:
-    case 8:
-    case 9:
-        code = tsgetpi32(d, i, k, to, &deleted);
-        told = file.step(of, false);
-        break;
-    default: return;
+    auto what = static_cast<size_t>(make.below(10));
+    if (of.state == cursor_state::lost) {
+        if (of.entries.empty()) return;
+        what %= 2;
     }
+    int32_t deleted = -1;
+    const int32_t code = steps[what].call(d, chosen.index_handle, chosen.number, buffer.data(),
+                                          &deleted);
+    const outcome told = steps[what].expected(file, of);
     same(told.code, code, "the code");
     delivered(told, deleted);
 }
@@ -372,15 +354,15 @@ void life::walk_all()
     if (!choose_key(chosen) || !chosen.of->has_cursor || chosen.of->entries.empty()) return;
     const auto [i, k, of] = chosen;
     const bool forward = make.happens(50);
+    const key_step onward = forward ? forth : back;
     int32_t deleted = -1;
-    char* const to = buffer.data();
-    int32_t code = forward ? tsgetfi32(d, i, k, to, &deleted) : tsgetli32(d, i, k, to, &deleted);
+    int32_t code = (forward ? to_first : to_last).call(d, i, k, buffer.data(), &deleted);
     outcome told = file.to_end(*of, !forward);
     size_t steps = 0;
     while (code == TS_OK && code == told.code && ++steps <= of->entries.size()) {
         delivered(told, deleted);
-        code = forward ? tsgetni32(d, i, k, to, &deleted) : tsgetpi32(d, i, k, to, &deleted);
-        told = file.step(*of, forward);
+        code = onward.call(d, i, k, buffer.data(), &deleted);
+        told = onward.expected(file, *of);
     }
     same(forward ? TS_NEXT_ENTRY_AT_END : TS_PREVIOUS_ENTRY_AT_START, code, "the code");
     same(static_cast<int64_t>(of->entries.size()), static_cast<int64_t>(steps),

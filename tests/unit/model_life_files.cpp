@@ -2,10 +2,10 @@
 // model_life.h.
 #include "tests/unit/model_life.h"
 
-#include "check/index_check.h"
 #include "check/report_text.h"
 #include "index/slots.h"
 #include "tests/sim/sim.h"
+#include "tests/support/checked.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -285,10 +285,7 @@ void life::check_files()
 {
     std::string data = sim::bytes("data");
     if (!shared) std::memcpy(data.data() + 4, &data_slots[d].header, 24);
-    const auto span = [](const std::string& bytes) {
-        return check::byte_span(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
-    };
-    const check::data_report report = check::check_data_image(span(data));
+    const check::data_report report = support::check_data(data);
     same(0,
          report.findings.count(check::severity::damage) +
              report.findings.count(check::severity::out_of_step),
@@ -305,7 +302,7 @@ void life::check_files()
                             static_cast<ptrdiff_t>(i) * key_record_bytes,
                         &of, sizeof of);
         }
-        const check::index_report found = check::check_index_image(span(bytes), span(data));
+        const check::index_report found = support::check_index(bytes, data);
         if (!found.findings.is_sound()) ADD_FAILURE() << check::lines_of(found.findings);
         same(static_cast<int64_t>(index.keys->size()), static_cast<int64_t>(found.keys.size()),
              "the number of keys");

@@ -8,9 +8,9 @@
 //
 // TARSIL32_CUT_ROUNDS (1) says how many times as many cuts are made, TARSIL32_CUT_SEED from which
 // seed all is drawn.
-#include "check/index_check.h"
 #include "data/data_format.h"
 #include "index/index_format.h"
+#include "tests/support/checked.h"
 #include "tests/support/library_fixture.h"
 #include "tests/support/settings.h"
 #include "tests/support/stored_records.h"
@@ -222,22 +222,17 @@ protected:
         }
     }
 
-    static check::byte_span span_of(const std::string& bytes)
-    {
-        return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
-    }
-
     static void expect_sound(const std::string& data_bytes, const std::string& index_bytes)
     {
-        EXPECT_TRUE(check::check_data_image(span_of(data_bytes)).findings.is_sound());
-        EXPECT_TRUE(check::check_index_image(span_of(index_bytes), span_of(data_bytes)).is_sound());
+        EXPECT_TRUE(check_data(data_bytes).findings.is_sound());
+        EXPECT_TRUE(check_index(index_bytes, data_bytes).is_sound());
     }
 
     static void expect_all(const files& kept, const std::vector<stored_record>& records,
                            const disk& told)
     {
         const std::string& bytes = kept.at(data_name);
-        EXPECT_TRUE(check::check_data_image(span_of(bytes)).findings.is_sound());
+        EXPECT_TRUE(check_data(bytes).findings.is_sound());
         EXPECT_EQ(records_in(bytes), records);
         EXPECT_TRUE(told.has_all_of_index(first_node_offset, INT32_MAX));
         if (told.has_all_of_index(0, first_node_offset)) expect_sound(bytes, kept.at(index_name));
@@ -259,7 +254,7 @@ protected:
     // The file cut to whole records, counted anew and with an index that is built anew.
     static std::vector<stored_record> repaired(std::string data_bytes)
     {
-        const check::data_report report = check::check_data_image(span_of(data_bytes));
+        const check::data_report report = check_data(data_bytes);
         if (!report.is_whole) data_bytes.resize(static_cast<size_t>(report.walk_end));
         sim::reset();
         tsinit32();
@@ -314,7 +309,7 @@ TEST_P(PowerCutWithoutWriteThrough, LosesRecords)
     int32_t sound = 0;
     for (int32_t i = 0; i < 20; ++i) {
         const std::string kept = told.after_cut(random).at(data_name);
-        sound += check::check_data_image(span_of(kept)).findings.is_sound() ? 1 : 0;
+        sound += check_data(kept).findings.is_sound() ? 1 : 0;
     }
     EXPECT_LT(sound, 20);
 }

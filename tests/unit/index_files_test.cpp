@@ -1,5 +1,5 @@
-// Index files from creation to close: their bytes, the rules of definitions, what each failure
-// leaves behind, damaged files.
+// Index files: their bytes, the rules of definitions, slots and memory, the report of a key, and
+// what damaged files do.
 #include "index/index_memory.h"
 
 #include "index/node_io.h"
@@ -45,7 +45,7 @@ std::vector<key_definition> small_keys()
     return {define_key(2, {{'l'}}), define_key(2, {{'l'}, {'s', 4, 4}}, 'n')};
 }
 
-class IndexLifecycle : public support::Library {
+class IndexFiles : public support::Library {
 protected:
     void SetUp() override
     {
@@ -83,7 +83,7 @@ protected:
     }
 };
 
-TEST_F(IndexLifecycle, ANewFileIsExactlyThis)
+TEST_F(IndexFiles, ANewFileIsExactlyThis)
 {
     const std::vector<key_part> number = {{'l', 4, 4}};
     const std::vector<key_part> name_and_number = {{'s', 30, 0}, {'i', 4, 77}};
@@ -110,7 +110,7 @@ TEST_F(IndexLifecycle, ANewFileIsExactlyThis)
     EXPECT_EQ(tsgeti32(0, 0, 0, "", nullptr, nullptr), TS_BAD_KEY_NUMBER);
 }
 
-TEST_F(IndexLifecycle, AnOrderBecomesTheEntriesOfANode)
+TEST_F(IndexFiles, AnOrderBecomesTheEntriesOfANode)
 {
     const auto strings = [](int count, int32_t length, int32_t last) {
         std::vector<key_part> fields(static_cast<size_t>(count), {'s', length, 0});
@@ -141,7 +141,7 @@ TEST_F(IndexLifecycle, AnOrderBecomesTheEntriesOfANode)
     expect_nothing_open();
 }
 
-TEST_F(IndexLifecycle, DefinitionsAreRefusedInAFixedOrder)
+TEST_F(IndexFiles, DefinitionsAreRefusedInAFixedOrder)
 {
     // Two roots of this order pass the end of the largest file.
     constexpr uint32_t half_of_all = 0x7fffffff / 12 / 2 / 2 + 1;
@@ -184,25 +184,21 @@ TEST_F(IndexLifecycle, DefinitionsAreRefusedInAFixedOrder)
     expect_nothing_open();
 }
 
-TEST_F(IndexLifecycle, FiveAreOpenAtMostAndTheLowestHandleGoesFirst)
+TEST_F(IndexFiles, ACloseEndsAnIndexOnceAndWithItsRanges)
 {
-    const auto open_next = [](int number) {
-        return tscrind32(0, ("keys" + std::to_string(number)).c_str(), 0, nullptr);
-    };
-    for (int number = 0; number < 5; ++number) ASSERT_EQ(open_next(number), number);
-    EXPECT_EQ(open_next(5), TS_NO_FREE_INDEX_SLOT);
-    EXPECT_FALSE(sim::exists("keys5"));
-    EXPECT_EQ(tsopeni32(0, "keys1", nullptr), TS_OPEN_INDEX_NOT_THERE); // open already
-    ASSERT_EQ(tsclosei32(0, 3), TS_OK);
-    ASSERT_EQ(tsclosei32(0, 1), TS_OK);
-    EXPECT_EQ(tsclosei32(0, 1), TS_INDEX_NOT_OPEN);
-    EXPECT_EQ(tsopeni32(0, "keys3", nullptr), 1);
-    EXPECT_EQ(data_slots[0].open_index_count, 4);
+    start_over(mode::shared);
+    ASSERT_EQ(create(small_keys()), 0);
+    EXPECT_EQ(tsopeni32(0, "data.tsd", nullptr), TS_BAD_MAGIC);
+    EXPECT_EQ(data_slots[0].open_index_count, 1);
+    ASSERT_EQ(tslocki32(0, 0), 1);
+    EXPECT_EQ(tsclosei32(0, 0), TS_OK); // for the range see the end of every test
+    EXPECT_EQ(tsclosei32(0, 0), TS_INDEX_NOT_OPEN);
+    expect_nothing_open();
 }
 
 // As in a forked child, or after a start without a close: the slots are free, and what they named
 // before is nobody's any more.
-TEST_F(IndexLifecycle, AStartAnewForgetsIndexFilesToo)
+TEST_F(IndexFiles, AStartAnewForgetsIndexFilesToo)
 {
     char body[8];
     for (const char begin_with : {'c', 'o', 'r'}) {
@@ -223,7 +219,7 @@ TEST_F(IndexLifecycle, AStartAnewForgetsIndexFilesToo)
 }
 
 // Two keys, one of them with a cursor, in the order of the allocations for them.
-TEST_F(IndexLifecycle, ScratchFallsBackToItsOldSize)
+TEST_F(IndexFiles, ScratchFallsBackToItsOldSize)
 {
     const auto fail_next = [] { sim::plan({.where = only(sim::call::allocate)}); };
     const struct {
@@ -256,20 +252,7 @@ TEST_F(IndexLifecycle, ScratchFallsBackToItsOldSize)
     }
 }
 
-TEST_F(IndexLifecycle, AnUnwrittenChangeKeepsTheIndexOpen)
-{
-    const std::string whole = make_small_file();
-    ASSERT_EQ(open(), 0);
-    index_of(0, 0).dirty = yes;
-    key_of(0, 0, 1).key_record.root_offset = 5000;
-    sim::plan({.where = only(sim::call::write), .how = sim::failure::one_byte_short});
-    EXPECT_EQ(tsclosei32(0, 0), TS_KEY_RECORDS_WRITE_SHORT);
-    EXPECT_EQ(tsclosei32(0, 0), TS_OK);
-    EXPECT_EQ(load_i32(&sim::bytes(name)[8 + 276 + 16]), 5000);
-    expect_nothing_open();
-}
-
-TEST_F(IndexLifecycle, DamagedFilesAreRefused)
+TEST_F(IndexFiles, DamagedFilesAreRefused)
 {
     const std::string whole = make_small_file();
     constexpr size_t second = 8 + 276;
@@ -321,7 +304,7 @@ TEST_F(IndexLifecycle, DamagedFilesAreRefused)
     }
 }
 
-TEST_F(IndexLifecycle, NodesStandInTheNodeAreaAndOnlyARootIsEmpty)
+TEST_F(IndexFiles, NodesStandInTheNodeAreaAndOnlyARootIsEmpty)
 {
     sim::set_bytes(name, make_small_file() + empty_leaf(4, 12, 56));
     ASSERT_EQ(open(), 0);
@@ -336,7 +319,7 @@ TEST_F(IndexLifecycle, NodesStandInTheNodeAreaAndOnlyARootIsEmpty)
     EXPECT_EQ(sim::calls(), calls);
 }
 
-TEST_F(IndexLifecycle, SharedReadingTakesOverWhatIsSound)
+TEST_F(IndexFiles, SharedReadingTakesOverWhatIsSound)
 {
     start_over(mode::shared);
     ASSERT_EQ(create(small_keys()), 0);
@@ -351,27 +334,6 @@ TEST_F(IndexLifecycle, SharedReadingTakesOverWhatIsSound)
     EXPECT_EQ(entry_count(key_of(id).key_record, key_of(id).root_node), 0);
     sim::set_bytes(name, whole);
     EXPECT_EQ(refresh_root(id), TS_OK);
-
-    ASSERT_EQ(tslocki32(0, 0), 1);
-    EXPECT_EQ(tsclosei32(0, 0), TS_OK); // and the range is forgotten: see the end of every test
-}
-
-TEST_F(IndexLifecycle, ACursorBracketHoldsBothRangesAndTellsAChangeOnce)
-{
-    start_over(mode::shared);
-    create(small_keys());
-    const auto begin_and_end = [] {
-        index_bracket bracket;
-        const int32_t code = begin_index_read(bracket, {0, 0, 0});
-        EXPECT_EQ(sim::held_ranges(), code == TS_OK ? 2U : 0U);
-        end_index_read(bracket);
-        EXPECT_EQ(sim::held_ranges(), 0U);
-        return code;
-    };
-    EXPECT_EQ(begin_and_end(), TS_OK);
-    sim::set_bytes("data.tsd", with(sim::bytes("data.tsd"), 4, 7));
-    EXPECT_EQ(begin_and_end(), TS_CURSOR_FILE_CHANGED);
-    EXPECT_EQ(begin_and_end(), TS_OK);
 }
 
 } // namespace

@@ -1,10 +1,11 @@
-// Search and insertion on single trees: the nodes that splits leave, the order in which they are
-// written, and what happens when a tree, a file or the platform gives out. Entries are put in
-// without records behind them, so that record offsets are what a case wants.
-#include "check/index_check.h"
+// Single trees: the nodes that splits leave, the order in which they are written, where searches
+// end, and what happens when a tree or a file gives out or is damaged. Entries are put in without
+// records behind them, so that record offsets are what a case wants. That walks and searches answer
+// rightly on sound trees is the affair of model_test.cpp.
 #include "index/index_memory.h"
 #include "index/insert.h"
 #include "index/search.h"
+#include "tests/support/checked.h"
 #include "tests/support/library_fixture.h"
 
 #include <gmock/gmock.h>
@@ -57,11 +58,7 @@ const unsigned char* bytes_at(const std::string& content, int32_t offset)
     return reinterpret_cast<const unsigned char*>(content.data()) + offset;
 }
 
-check::index_report check_tree()
-{
-    const std::string content = sim::bytes("i");
-    return check::check_index_image({bytes_at(content, 0), content.size()}, {});
-}
+check::index_report check_tree() { return support::check_index(sim::bytes("i"), {}); }
 
 // All nodes by offset, in words: "2216 l 1@100 2@200", or "2328 b >2216 2@200 >2272", where ">" is
 // a child and "@" a record.
@@ -270,18 +267,6 @@ TEST_F(Tree, NodesThatLeadInACircleOrNowhereEndInACode)
     }
 }
 
-TEST_F(Tree, LostWorkBuffersAreRefused)
-{
-    create(2, 'n');
-    insert_all({1, 2, 3, 4});
-    for (unsigned char** lost : {&shared_node, &node_scratch}) {
-        unsigned char* const kept = std::exchange(*lost, nullptr);
-        EXPECT_EQ(insert(5, 500), TS_NO_MEMORY_SCRATCH);
-        *lost = kept;
-    }
-    EXPECT_EQ(insert(5, 500), TS_OK);
-}
-
 TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
 {
     support::switch_to(support::mode::shared);
@@ -298,6 +283,62 @@ TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
     index_of(the_key).end_offset = 2272;
     for (const int32_t value : {6, 7, 8}) ASSERT_EQ(insert(value, value * 100), TS_OK);
     EXPECT_NE(sim::bytes("i").substr(2272, small_node), of_others);
+}
+
+// A search that ends in a branch leaves the cursor in no leaf; its links lead to no records.
+TEST_F(Tree, ACursorStandsOnRecordsAlone)
+{
+    char record[4];
+    char packed[8];
+    int32_t deleted = 0;
+    int32_t number = 0;
+    create(2);
+    EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
+    EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
+    for (int32_t value = 1; value < 15; ++value) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
+    ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
+    for (const int32_t link : {no_offset, 0, 27, INT32_MIN, 41}) {
+        set_entry_link(entry_at(slot().key_record, slot().work_node, 0), link);
+        EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_FRAME_READ_POSITION);
+    }
+    // The record has another number than its entry.
+    ASSERT_EQ(tsgetd32(0, 14, record, &deleted), TS_OK);
+    sim::set_bytes("d", support::with(sim::bytes("d"), 28 + 13 * 12 + 8, 99));
+    EXPECT_EQ(tsseti2d32(0, 0, 0, record, packed, &number), 1);
+    EXPECT_EQ(number, 14);
+    EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_CURSOR_NONE);
+    data_slots[0].current_record = 0;
+    EXPECT_EQ(tsseti2d32(0, 0, 0, record, packed, &number), TS_NO_CURRENT_RECORD);
+
+    ASSERT_EQ(tsclosei32(0, 0), TS_OK);
+    const auto root = static_cast<size_t>(load_i32(bytes_at(sim::bytes("i"), 24)));
+    sim::set_bytes("i", support::with(sim::bytes("i"), root, no_offset));
+    char cursor[] = "y";
+    ASSERT_EQ(tsopeni32(0, "i", cursor), 0);
+    EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_WALK_CHILD_MISSING);
+    EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_OK);
+    EXPECT_EQ(tsgeti32(0, 0, 0, support::i32(-1).data(), record, &deleted), TS_FIND_NO_ENTRY);
+    for (const auto read : {tsgetci32, tsgetni32, tsgetpi32})
+        EXPECT_EQ(read(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
+    EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_CURSOR_NONE);
+    EXPECT_EQ(tsdelci32(0, 0, 0), TS_CURSOR_NONE);
+}
+
+// Another process has added a record since.
+TEST_F(Tree, ACursorTellsAChangedFileOnce)
+{
+    support::switch_to(support::mode::shared);
+    create(2);
+    const int32_t value = 1;
+    ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
+    for (const auto read : {tsgetci32, tsgetni32, tsgetpi32}) {
+        char record[4];
+        int32_t deleted = 0;
+        ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
+        data_slots[0].header.record_count += 1;
+        EXPECT_EQ(read(0, 0, 0, record, &deleted), TS_CURSOR_FILE_CHANGED);
+        EXPECT_EQ(tsgetci32(0, 0, 0, record, &deleted), TS_OK);
+    }
 }
 
 } // namespace

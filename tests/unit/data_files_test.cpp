@@ -1,0 +1,548 @@
+// Data files: the bytes that stand in them, which code wins, what a refusal leaves behind, and what
+// damaged files do. That calls answer rightly on sound files is the affair of model_test.cpp.
+#include "index/slots.h"
+#include "tests/support/library_fixture.h"
+
+#include <vector>
+
+using namespace tarsil;
+using namespace tarsil::support;
+
+namespace {
+
+struct DataFiles : Library {
+    static int32_t create(const char* name, int32_t record_length = 4)
+    {
+        return tscrdata32(name, record_length, 0, nullptr);
+    }
+    static int32_t purge()
+    {
+        char buffer[16];
+        int32_t removed = 0;
+        return tspurge32(0, buffer, &removed);
+    }
+    static int32_t rebuild()
+    {
+        std::vector<char> buffer(sim::bytes("d").size() + 1);
+        return tsrbdbh32("d", buffer.data());
+    }
+    static std::string stored() { return sim::bytes("d").substr(28); }
+};
+
+struct facts {
+    int32_t records, deleted, record_length, current, fields;
+    bool operator==(const facts&) const = default;
+};
+
+facts facts_of(int32_t handle)
+{
+    facts f = {-7, -7, -7, -7, -7};
+    EXPECT_EQ(tsstatd32(handle, &f.records, &f.deleted, &f.record_length, &f.current, &f.fields),
+              TS_OK);
+    return f;
+}
+
+TEST_F(DataFiles, NewFilesByteForByte)
+{
+    EXPECT_EQ(create("plain", 100), 0);
+    EXPECT_EQ(sim::bytes("plain"),
+              std::string("\x2ATSD\0\0\0\0\0\0\0\0\x64\0\0\0\x1C\0\0\0\0\0\0\0\0\0\0\0", 28));
+    EXPECT_EQ(facts_of(0), (facts{0, 0, 100, 0, 0}));
+
+    field_entry given[] = {{3, 'd'}, {3, 's'}, {9, 'H'}, {9, 'h'}, {9, 'L'},   {9, 'U'}, {9, 'i'},
+                           {9, 'l'}, {9, 'f'}, {9, 'c'}, {9, '?'}, {9, 0x169}, {9, -152}};
+    const int32_t stored[] = {8, 3, 2, 2, 4, 4, 4, 4, 4, 1, 9, 9, 9};
+    EXPECT_EQ(tscrdata32("fields", TS_VARIABLE_LENGTH, 13, given), 1);
+    std::string table;
+    for (size_t i = 0; i < 13; ++i) {
+        EXPECT_EQ(given[i].length, stored[i]);
+        table += i32(stored[i]) + i32(given[i].type);
+    }
+    EXPECT_EQ(sim::bytes("fields"),
+              "*TSD" + i32(0) + i32(0) + i32(-1) + i32(28 + 104) + i32(104) + i32(0) + table);
+    EXPECT_EQ(table.substr(48, 8), std::string("\4\0\0\0\x69\0\0\0", 8));
+
+    field_entry told[13] = {};
+    EXPECT_EQ(tsfields32(1, told), 13);
+    EXPECT_EQ(std::memcmp(told, given, sizeof told), 0);
+    EXPECT_EQ(facts_of(1), (facts{0, 0, -1, 0, 13}));
+}
+
+TEST_F(DataFiles, RecordsByteForByteAndWhenTheHeaderFollows)
+{
+    const std::string before = data_file(0, 0, 4, 28, frame("abcd"));
+    const std::string after = data_file(1, 0, 4, 40, frame("abcd"));
+    for (const mode wanted : all_modes) {
+        SCOPED_TRACE(static_cast<int>(wanted));
+        start_over(wanted);
+        ASSERT_EQ(create("d"), 0);
+        ASSERT_EQ(tsadd32(0, "abcdEFGH", 99, 'y'), TS_OK); // the length isn't used
+        EXPECT_EQ(sim::bytes("d"), wanted == mode::single ? before : after);
+        EXPECT_EQ(data_slots[0].status, wanted == mode::single ? slot_dirty : slot_clean);
+        EXPECT_EQ(tsclosed32(0), TS_OK);
+        EXPECT_EQ(sim::bytes("d"), after);
+
+        ASSERT_EQ(create("v", TS_VARIABLE_LENGTH), 0);
+        for (const int32_t length : {0, -1, INT32_MIN})
+            EXPECT_EQ(tsadd32(0, "x", length, 'n'), TS_RECORD_TOO_SHORT);
+        ASSERT_EQ(tsadd32(0, "12345", 5, 'n'), TS_OK);
+        ASSERT_EQ(tsadd32(0, "1234567", 7, 'n'), TS_OK);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+        EXPECT_EQ(sim::bytes("v"), data_file(2, 0, -1, 56, frame("12345") + frame("1234567")));
+    }
+    // The mode at the close decides, and in multi-user mode nothing is dirty.
+    start_over(mode::single);
+    ASSERT_EQ(create("d"), 0);
+    ASSERT_EQ(tsadd32(0, "abcd", 0, 'y'), TS_OK);
+    ASSERT_EQ(tsmuser32('y'), TS_OK);
+    EXPECT_EQ(tsclosed32(0), TS_OK);
+    EXPECT_EQ(sim::bytes("d"), before);
+}
+
+TEST_F(DataFiles, WhichCodeOfCreateWins)
+{
+    sim::set_bytes("there", data_file(0, 0, 4, 28));
+    const struct {
+        const char* name;
+        int32_t record_length, field_count, code;
+    } rows[] = {
+        {"there", 0, -1, TS_CREATE_DATA_FILE_EXISTS},
+        {"new", 0, 0, TS_CREATE_BAD_RECORD_LENGTH},
+        {"new", -2, 0, TS_CREATE_BAD_RECORD_LENGTH},
+        {"new", 4, -1, TS_CREATE_BAD_RECORD_LENGTH},
+        {"new", 4, (0x7fffffff - 28) / 8 + 1, TS_CREATE_BAD_RECORD_LENGTH},
+        {"new", 4, 0x20000000, TS_CREATE_BAD_RECORD_LENGTH}, // 8 times this is 0 in 32 bits
+        {"", 4, 0, TS_FILE_MARK_WRITE_POSITION},
+    };
+    const auto create_row = [](const auto& r) {
+        return tscrdata32(r.name, r.record_length, r.field_count, nullptr);
+    };
+    for (const auto& r : rows) EXPECT_EQ(create_row(r), r.code) << r.name << r.record_length;
+    for (int32_t handle = 0; handle < 8; ++handle)
+        ASSERT_EQ(create(("f" + std::to_string(handle)).c_str()), handle);
+    for (const auto& r : rows) EXPECT_EQ(create_row(r), TS_NO_FREE_DATA_SLOT);
+    EXPECT_EQ(tsopend32("there"), TS_NO_FREE_DATA_SLOT);
+    EXPECT_FALSE(sim::exists("new"));
+    EXPECT_EQ(tsclosed32(5), TS_OK);
+    EXPECT_EQ(tsclosed32(2), TS_OK);
+    EXPECT_EQ(create("again"), 2);
+}
+
+TEST_F(DataFiles, BeforeTheStartAndOnWrongHandles)
+{
+    data_slots[0].status = slot_never_started;
+    EXPECT_EQ(create("d"), TS_NOT_STARTED);
+    EXPECT_EQ(tsclosed32(0), TS_DATA_NOT_OPEN);
+    data_slots[0].status = slot_free;
+    for (const int32_t handle : {-1, 8, INT32_MIN, INT32_MAX})
+        EXPECT_EQ(tsclosed32(handle), TS_BAD_DATA_HANDLE);
+
+    int32_t major = 0;
+    int32_t minor = 0;
+    EXPECT_EQ(tsvernum32(0, &major, &minor, -1, -1), TS_OK);
+    EXPECT_EQ(major * 100 + minor, 210);
+    EXPECT_EQ(tsvernum32(3, &major, &minor, 0, 0), TS_VERSION_BAD_MODE);
+    EXPECT_EQ(tsvernum32(1, &major, &minor, 0, 0), TS_DATA_NOT_OPEN);
+    ASSERT_EQ(create("d"), 0);
+    EXPECT_EQ(tsvernum32(1, &major, &minor, 0, 99), TS_OK);
+    EXPECT_EQ(major * 100 + minor, 210);
+    EXPECT_EQ(tsvernum32(2, &major, &minor, 0, 0), TS_INDEX_NOT_OPEN);
+}
+
+TEST_F(DataFiles, OneOpenInSingleUserModeManyInMultiUserMode)
+{
+    ASSERT_EQ(create("d"), 0);
+    EXPECT_EQ(tsIsFileThere32("d"), 0);
+    EXPECT_EQ(tsopend32("d"), TS_OPEN_DATA_NOT_THERE);
+    EXPECT_EQ(rebuild(), TS_REBUILD_NOT_THERE);
+    ASSERT_EQ(tsclosed32(0), TS_OK);
+    EXPECT_EQ(tsIsFileThere32("d"), 1);
+    sim::set_bytes("locked away", sim::bytes("d"));
+    sim::forbid_writing("locked away");
+    EXPECT_EQ(tsopend32("locked away"), TS_VERSION_READ_POSITION);
+    EXPECT_EQ(tsrbdbh32("locked away", nullptr), TS_REBUILD_NO_SIZE);
+
+    start_over(mode::shared);
+    sim::set_bytes("d", data_file(0, 0, 4, 28));
+    for (const int32_t handle : {0, 1}) EXPECT_EQ(tsopend32("d"), handle);
+    ASSERT_EQ(tslockd32(1), 1);
+    EXPECT_EQ(tsopend32("d"), TS_OPEN_DATA_LOCK_FAILED);
+    EXPECT_EQ(data_slots[2].status, slot_free);
+    EXPECT_EQ(rebuild(), TS_LOCK_REFUSED);
+    EXPECT_EQ(tsclosed32(1), TS_OK); // with its range
+    ASSERT_EQ(tsopend32("d"), 1);
+    EXPECT_EQ(tslockd32(1), 1) << "placed, not covered by what is left of the other open";
+    EXPECT_EQ(tsulockd32(1), TS_OK);
+
+    // It can't be opened now, so it reads as not there; yet nobody creates over it.
+    sim::set_bytes("somebody's", "bytes");
+    sim::plan({.where = sim::only(sim::call::open)});
+    EXPECT_EQ(create("somebody's"), TS_LOCK_NO_POSITION);
+    EXPECT_EQ(sim::bytes("somebody's"), "bytes");
+}
+
+// --- Reads where there is nothing, and after a failure -------------------------------------------
+
+enum read : uint8_t { first, last, next, previous, current, frame_only, by_number };
+
+int32_t do_read(int32_t which, int32_t number = 1, std::string* body = nullptr)
+{
+    char buffer[8] = {};
+    int32_t deleted = 0;
+    int32_t length = 0;
+    int32_t code = 0;
+    switch (which) {
+    case first: code = tsgetfd32(0, buffer, &deleted); break;
+    case last: code = tsgetld32(0, buffer, &deleted); break;
+    case next: code = tsgetnd32(0, buffer, &deleted); break;
+    case previous: code = tsgetpd32(0, buffer, &deleted); break;
+    case current: code = tsgetcd32(0, buffer, &deleted); break;
+    case frame_only: code = tsrecd32(0, &number, &deleted, &length); break;
+    default: code = tsgetd32(0, number, buffer, &deleted);
+    }
+    if (body != nullptr) *body = buffer + std::to_string(deleted);
+    return code;
+}
+
+TEST_F(DataFiles, WhatReadsSayInAFileWithoutRecords)
+{
+    const int32_t none = TS_NO_CURRENT_RECORD;
+    const struct {
+        int32_t which, created, fixed, variable;
+    } rows[] = {
+        {first, TS_FIRST_RECORD_NONE, TS_FIRST_RECORD_NONE, TS_FIRST_RECORD_NONE},
+        {last, none, TS_LAST_RECORD_NONE, TS_NEEDS_FIXED_LENGTH},
+        {next, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {previous, none, TS_PREVIOUS_RECORD_AT_START, TS_NEEDS_FIXED_LENGTH},
+        {current, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {frame_only, none, TS_FRAME_READ_SHORT, TS_FRAME_READ_SHORT},
+        {by_number, TS_BAD_RECORD_NUMBER, TS_BAD_RECORD_NUMBER, TS_BAD_RECORD_NUMBER},
+    };
+    for (const int32_t record_length : {4, -1}) {
+        start_over(mode::single);
+        ASSERT_EQ(create("d", record_length), 0);
+        for (const auto& r : rows) EXPECT_EQ(do_read(r.which), r.created) << r.which;
+        EXPECT_EQ(data_slots[0].current_record, 0);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+        ASSERT_EQ(tsopend32("d"), 0);
+        for (const auto& r : rows) {
+            EXPECT_EQ(do_read(r.which), record_length > 0 ? r.fixed : r.variable) << r.which;
+            EXPECT_EQ(data_slots[0].current_record, 1);
+        }
+    }
+}
+
+TEST_F(DataFiles, OnlyASmallDMarksADeletedRecordAndNoOtherIsSkipped)
+{
+    sim::set_bytes(
+        "d", data_file(3, 1, 4, 64, frame("aaaa", '?') + frame("bbbb", 'd') + frame("cccc", 'D')));
+    ASSERT_EQ(tsopend32("d"), 0);
+    std::string body;
+    for (const char* expected : {"aaaa0", "bbbb1", "cccc0"}) {
+        EXPECT_EQ(do_read(expected[0] == 'a' ? first : next, 1, &body), TS_OK);
+        EXPECT_EQ(body, expected);
+    }
+}
+
+// Only the first read and the step back have moved when the body can't be read.
+TEST_F(DataFiles, WhereAFailedReadLeavesTheCurrentRecord)
+{
+    const std::pair<int32_t, int32_t> rows[] = {{first, 1},    {last, 2},    {next, 2},
+                                                {previous, 1}, {current, 2}, {frame_only, 2},
+                                                {by_number, 2}};
+    sim::set_bytes("d", data_file(3, 0, 4, 64, frame("aaaa") + frame("bbbb") + frame("cccc")));
+    ASSERT_EQ(tsopend32("d"), 0);
+    for (const auto& [which, now] : rows) {
+        for (const uint64_t failing : {1U, 2U}) {
+            if (which == frame_only && failing == 2) continue;
+            ASSERT_EQ(do_read(by_number, 2), TS_OK);
+            sim::plan({.at = failing,
+                       .where = sim::only(sim::call::read),
+                       .how = sim::failure::one_byte_short});
+            const bool of_frame = failing == 1 || which == next; // which passes one over
+            EXPECT_EQ(do_read(which), of_frame ? TS_FRAME_READ_SHORT : TS_BODY_READ_SHORT) << which;
+            EXPECT_EQ(data_slots[0].current_record, now) << which;
+        }
+    }
+}
+
+// --- Changes
+// ---------------------------------------------------------------------------------------
+
+// Which bytes of a key field count: all of a number, of a string those up to a 0 in both images.
+TEST_F(DataFiles, WhatCountsAsAChangeOfAKey)
+{
+    const std::string zero(8, 0);
+    const struct {
+        char type;
+        int32_t offset;
+        std::string before, after;
+        bool changed;
+    } rows[] = {
+        {'s', 0, {"ab\0xcdef", 8}, {"ab\0ycdef", 8}, false},
+        {'s', 0, "abcdefgh", "abcdefgX", true},
+        {'s', 0, {"ab\0xcdef", 8}, "abzxcdef", true},
+        {'d', 0, zero, std::string(7, 0) + '\x80', true}, // 0.0 and -0.0
+        {'i', 0, zero, {"\0\0\0\1\0\0\0\0", 8}, true},
+        {'i', 0, zero, {"\0\0\0\0\1\0\0\0", 8}, false},
+        {'i', 6, zero, {"\0\0\0\0\0\0\0\1", 8}, true},  // the part inside the record counts
+        {'i', 8, zero, {"\1\1\1\1\1\1\1\1", 8}, false}, // the rest reads as zeros
+        {'i', INT32_MAX, zero, {"\1\1\1\1\1\1\1\1", 8}, false},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(1, r.type) + std::to_string(r.offset) + r.after);
+        start_over(mode::single);
+        key_definition key = define_key(0, {{r.type, 8, r.offset}}, 'n');
+        ASSERT_EQ(create("d", TS_VARIABLE_LENGTH), 0);
+        ASSERT_EQ(tscrind32(0, "i", 1, &key), 0);
+        ASSERT_EQ(tsadd32(0, r.before.data(), 8, 'n'), TS_OK);
+        int32_t deleted = 0;
+        char scratch[8];
+        for (const int32_t length : {7, 9, 0, -1, INT32_MAX})
+            EXPECT_EQ(tsupd32(0, 1, r.after.data(), length, &deleted, scratch, 2),
+                      TS_UPDATE_LENGTH_DIFFERS);
+        EXPECT_EQ(tsupd32(0, 1, r.after.data(), 8, &deleted, scratch, 0),
+                  r.changed ? TS_UPDATE_KEY_CHANGED : TS_OK);
+        EXPECT_EQ(stored(), frame(r.changed ? r.before : r.after));
+    }
+}
+
+// Another process makes the stored record longer between the look at its frame and the read of its
+// body.
+TEST_F(DataFiles, ScratchHoldsNoMoreThanItsRoom)
+{
+    start_over(mode::shared);
+    key_definition key = define_key(0, {{'c'}}, 'n');
+    ASSERT_EQ(create("v", TS_VARIABLE_LENGTH), 0);
+    ASSERT_EQ(tscrind32(0, "vi", 1, &key), 0);
+    ASSERT_EQ(tsadd32(0, "abcd", 4, 'n'), TS_OK);
+    sim::meanwhile(3, sim::only(sim::call::read), [] { // header, frame, then frame and body
+        sim::set_bytes("v", data_file(1, 0, -1, 56, frame("abcdefghijklmnopqrst")));
+    });
+    int32_t deleted = 0;
+    std::vector<char> scratch(4);
+    EXPECT_EQ(tsupd32(0, 1, "aXXX", 4, &deleted, scratch.data(), 0), TS_BODY_READ_SHORT);
+}
+
+// After a failed search for the next slot, the one that stays noted names a live record.
+TEST_F(DataFiles, AnAddNeverGoesOverALiveRecord)
+{
+    tsdelow32('y');
+    sim::set_bytes("d",
+                   data_file(3, 2, 4, 64, frame("1111", 'd') + frame("2222") + frame("3333", 'd')));
+    ASSERT_EQ(tsopend32("d"), 0);
+    sim::plan({.at = 2, .times = sim::for_good, .where = sim::only(sim::call::read)});
+    EXPECT_EQ(tsundeld32(0, 1), TS_FRAME_READ_SHORT);
+    sim::clear_fault();
+    EXPECT_EQ(data_slots[0].reuse_offset, 28);
+    ASSERT_EQ(tsadd32(0, "NEW!", 4, 'n'), TS_OK);
+    EXPECT_EQ(stored(), frame("1111") + frame("2222") + frame("NEW!"));
+}
+
+// --- Purging and rebuilding
+// ------------------------------------------------------------------------
+
+TEST_F(DataFiles, APurgeMovesRecordsUpAndClearsWhatTheyLeave)
+{
+    // A capital first letter is deleted.
+    const struct {
+        int32_t record_length;
+        std::vector<std::string> bodies, left;
+    } rows[] = {
+        {5, {"aaaa1", "BBBB2", "cccc3", "DDDD4", "eeee5"}, {"aaaa1", "cccc3", "eeee5"}},
+        {5, {"aaaa1", "bbbb2", "CCCC3"}, {"aaaa1", "bbbb2"}},
+        {5, {"AAAA1", "BBBB2", "CCCC3", "DDDD4", "EEEE5", "FFFF6"}, {}},
+        {-1, {"AAAA1", "bbbb", "CCCCCC3", "dddddd4", "EEEE"}, {"bbbb", "dddddd4"}},
+    };
+    for (const mode wanted : all_modes) {
+        for (const auto& r : rows) {
+            SCOPED_TRACE(r.bodies[0] + " mode " + std::to_string(static_cast<int>(wanted)));
+            start_over(wanted);
+            std::string records;
+            std::string left;
+            int32_t deleted = 0;
+            for (const std::string& body : r.bodies) {
+                const bool goes = body[0] < 'a';
+                records += frame(body, goes ? 'd' : ' ');
+                if (goes) ++deleted;
+            }
+            for (const std::string& body : r.left) left += frame(body);
+            const auto end = static_cast<int32_t>(28 + records.size());
+            const auto count = static_cast<int32_t>(r.bodies.size());
+            sim::set_bytes("d", data_file(count, deleted, r.record_length, end, records));
+            ASSERT_EQ(tsopend32("d"), 0);
+            EXPECT_EQ(purge(), TS_OK);
+            EXPECT_EQ(data_slots[0].status, slot_dirty);
+            EXPECT_EQ(data_slots[0].current_record, 1);
+            EXPECT_EQ(data_slots[0].current_offset, 28);
+            const std::string header = data_file(count - deleted, 0, r.record_length,
+                                                 static_cast<int32_t>(28 + left.size()));
+            if (wanted != mode::single) { EXPECT_EQ(sim::bytes("d").substr(0, 28), header); }
+            EXPECT_EQ(purge(), TS_PURGE_NOTHING_DELETED);
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+            // The length of the file stays.
+            EXPECT_EQ(sim::bytes("d"),
+                      header + left + std::string(records.size() - left.size(), 0));
+        }
+    }
+    // Records that the header doesn't know of stay for a rebuild to find.
+    start_over(mode::single);
+    sim::set_bytes("d", data_file(2, 1, 4, 52, frame("aaaa", 'd') + frame("bbbb") + frame("cccc")));
+    ASSERT_EQ(tsopend32("d"), 0);
+    EXPECT_EQ(purge(), TS_OK);
+    EXPECT_EQ(stored(), frame("bbbb") + std::string(12, 0) + frame("cccc"));
+}
+
+TEST_F(DataFiles, ARebuildMakesTheHeaderFromTheRecords)
+{
+    const std::string two = frame("aaaa") + frame("bbbb", 'd');
+    const auto zeros = [](size_t bytes) { return std::string(bytes, 0); };
+    const struct {
+        std::string bytes;
+        int32_t records, deleted, record_length, end;
+    } rows[] = {
+        {data_file(9, 9, 4, 99, two), 2, 1, 4, 52},
+        {data_file(-1, -1, 7, INT32_MIN, two), 2, 1, 4, 52},
+        {data_file(0, 0, -1, 0, two), 2, 1, -1, 52},
+        {data_file(0, 0, 4, 0, two + frame("ccccc")), 3, 1, -1, 65},
+        {data_file(0, 0, INT32_MAX, 0), 0, 0, INT32_MAX, 28},
+        {data_file(5, 5, -2, 0), 0, 0, -1, 28},
+        // What a purge leaves behind the records ends the scan, however short it has become.
+        {data_file(0, 0, 4, 0, two + zeros(9000)), 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + zeros(8)), 2, 1, 4, 52},
+        {data_file(0, 0, 4, 0, two + zeros(1)), 2, 1, 4, 52},
+    };
+    for (const mode wanted : all_modes) {
+        for (const auto& r : rows) {
+            SCOPED_TRACE(testing::PrintToString(r.bytes.substr(0, 60)));
+            start_over(wanted);
+            sim::set_bytes("d", r.bytes);
+            ASSERT_EQ(rebuild(), TS_OK);
+            EXPECT_EQ(data_slots[0].status,
+                      wanted == mode::write_through ? slot_clean : slot_dirty);
+            EXPECT_EQ(data_slots[0].current_offset, 28);
+            ASSERT_EQ(tsclosed32(0), TS_OK);
+            EXPECT_EQ(sim::bytes("d"),
+                      data_file(r.records, r.deleted, r.record_length, r.end) + r.bytes.substr(28));
+        }
+    }
+}
+
+// --- Damage
+// ----------------------------------------------------------------------------------------
+
+TEST_F(DataFiles, DamagedFilesAreRefusedAsTheyAre)
+{
+    const std::string two = frame("aaaa") + frame("bbbb", 'd');
+    const std::string whole = data_file(0, 0, 4, 28, two);
+    const auto open_and_purge = [] { return tsopend32("d") == 0 ? purge() : 0; };
+    const auto open = [] { return tsopend32("d"); };
+    struct row {
+        int32_t (*call)();
+        std::string bytes;
+        int32_t code;
+    };
+    std::vector<row> rows = {
+        {open, "", TS_VERSION_READ_SHORT},
+        {open, "\x2B", TS_BAD_MINOR_VERSION},
+        {open, "\x1A", TS_BAD_MAJOR_VERSION},
+        {open, "\xAA", TS_BAD_MAJOR_VERSION},
+        {open, "*TSI" + whole.substr(4), TS_BAD_MAGIC},
+        {open, "*tSD" + whole.substr(4), TS_BAD_MAGIC},
+        {rebuild, "*TSI" + two, TS_BAD_MAGIC},
+        {rebuild, "*TSD", TS_HEADER_READ_SHORT},
+        {rebuild, whole + std::string(9000, 0) + "x", TS_BODY_READ_SHORT},
+        {rebuild, whole + std::string(5, 0) + "x", TS_FRAME_READ_SHORT},
+        {rebuild, whole + " " + std::string(20, 0), TS_BODY_READ_SHORT},
+        {rebuild, whole + std::string(4, 0) + i32(-1), TS_BODY_READ_SHORT},
+        {rebuild, whole + std::string(4, 0) + i32(INT32_MAX), TS_BODY_READ_SHORT},
+        {open_and_purge, data_file(3, 1, 4, 52, two), TS_FRAME_READ_SHORT},
+        {open_and_purge, data_file(INT32_MAX, 1, -1, 52, two), TS_FRAME_READ_SHORT},
+    };
+    for (size_t size = 1; size < 28; ++size)
+        rows.push_back(
+            {open, whole.substr(0, size), size < 4 ? TS_MAGIC_READ_SHORT : TS_HEADER_READ_SHORT});
+    for (size_t size = 41; size < 52; ++size)
+        rows.push_back(
+            {rebuild, whole.substr(0, size), size < 48 ? TS_FRAME_READ_SHORT : TS_BODY_READ_SHORT});
+    for (const int32_t field_bytes : {INT32_MIN, -8, -1, 25, INT32_MAX})
+        rows.push_back({rebuild, with(whole, 20, field_bytes), TS_FRAME_READ_POSITION});
+    for (const int32_t length : {INT32_MIN, -1, 0, 3, 5, INT32_MAX}) {
+        for (const size_t place : {32U, 44U})
+            rows.push_back({open_and_purge, with(data_file(2, 1, 4, 52, two), place, length),
+                            TS_BODY_READ_SHORT});
+    }
+    for (const mode wanted : all_modes) {
+        for (const row& r : rows) {
+            SCOPED_TRACE(testing::PrintToString(r.bytes.substr(0, 60)));
+            start_over(wanted);
+            sim::set_bytes("d", r.bytes);
+            EXPECT_EQ(r.call(), r.code);
+            EXPECT_EQ(sim::bytes("d"), r.bytes);
+            release_ranges(); // a purge keeps its own
+            if (r.call == +open_and_purge) continue;
+            EXPECT_EQ(data_slots[0].status, slot_spoilt);
+            sim::set_bytes("d", whole);
+            EXPECT_EQ(tsopend32("d"), 1); // the spoilt slot isn't taken
+        }
+    }
+}
+
+TEST_F(DataFiles, HostileHeadersLeadToNoWriteAndNoBlock)
+{
+    for (const int32_t field_bytes : {INT32_MIN, -8, -1, 1, 7, 8, 0x7ffffff8, INT32_MAX}) {
+        SCOPED_TRACE(field_bytes);
+        start_over(mode::single);
+        const std::string bytes = with(data_file(1, 1, 4, 40), 20, field_bytes);
+        sim::set_bytes("d", bytes);
+        ASSERT_EQ(tsopend32("d"), 0);
+        EXPECT_EQ(facts_of(0).fields, field_bytes / 8);
+        field_entry nothing[1];
+        EXPECT_EQ(tsfields32(0, nothing), field_bytes / 8 == 0 ? 0 : TS_FIELD_TABLE_READ_SHORT);
+        char body[4];
+        int32_t deleted = 0;
+        EXPECT_LT(tsupd32(0, 1, "abcd", 4, &deleted, body, 0), 0);
+        EXPECT_LT(tsdeld32(0, 1), 0);
+        EXPECT_LT(tsadd32(0, "abcd", 4, 'y'), 0);
+        EXPECT_LT(purge(), 0);
+        EXPECT_EQ(sim::bytes("d"), bytes);
+    }
+    start_over(mode::single);
+    for (const int32_t count : {INT32_MAX, INT32_MIN}) {
+        sim::set_bytes("d", data_file(2, count, 4, 52, frame("1111") + frame("2222", 'd')));
+        ASSERT_EQ(tsopend32("d"), 0);
+        EXPECT_EQ(count > 0 ? tsdeld32(0, 1) : tsundeld32(0, 2), TS_OK);
+        EXPECT_EQ(data_slots[0].header.deleted_count, count);
+        ASSERT_EQ(tsclosed32(0), TS_OK);
+    }
+    tsdelow32('y');
+    sim::set_bytes("d", data_file(1, 1, INT32_MAX, 40, frame("1111", 'd')));
+    sim::count_afresh();
+    ASSERT_EQ(tsopend32("d"), 0);
+    EXPECT_EQ(sim::calls(sim::call::allocate), 0U) << "by a length that the file doesn't have";
+}
+
+// An entry of a damaged index leads into the header, the field table, between two frames.
+TEST_F(DataFiles, ADamagedIndexNeverLeadsToWritesOutsideOfRecords)
+{
+    key_definition key = define_key(2, {{'s', 4, 0}});
+    ASSERT_EQ(create("d", 8), 0);
+    ASSERT_EQ(tscrind32(0, "i", 1, &key), 0);
+    for (const char* body : {"aaaa1111", "bbbb2222"}) ASSERT_EQ(tsadd32(0, body, 8, 'n'), TS_OK);
+    const std::string before = sim::bytes("d");
+    const std::string seeming = before.substr(16, 8); // the body, if a frame begins at 8
+    char scratch[8];
+    int32_t deleted = 0;
+    ASSERT_EQ(tsgeti32(0, 0, 0, "aaaa", scratch, &deleted), TS_OK);
+    const key_slot& slot = key_of(0, 0, 0);
+    for (const int32_t offset : {0, 4, 8, 27, 29, 36, 43, -1, INT32_MAX, INT32_MIN}) {
+        SCOPED_TRACE(offset);
+        set_entry_link(entry_at(slot.key_record, slot.work_node, slot.position), offset);
+        EXPECT_LT(tsdelci32(0, 0, 0), 0);
+        EXPECT_LT(tsudelci32(0, 0, 0), 0);
+        EXPECT_LT(tsupci32(0, 0, 0, seeming.c_str(), 8, &deleted, scratch, 0), 0);
+        EXPECT_EQ(sim::bytes("d"), before);
+    }
+}
+
+} // namespace
