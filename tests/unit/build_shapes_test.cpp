@@ -27,7 +27,7 @@ const shape shapes[] = {
     {"number", {{'l', 4}}, 1},
     {"duplicates", {{'c', 1}, {'h', 2}}, 4},
     {"apart_double", {{'d', 8}}, 4, 0.0011},
-    {"near_double_and_text", {{'d', 8}, {'s', 6}}, 4},
+    {"near_double", {{'d', 8}}, 4},
     {"widest", std::vector<key_part>(16, {'s', 256}), 20},
 };
 

@@ -214,6 +214,7 @@ TEST_F(AddFaults, LeaveWhatTheyPromise)
 {
     const long long seed = setting("TARSIL32_FAULT_SEED", 4);
     const long long rounds = std::max(1LL, setting("TARSIL32_FAULT_ROUNDS", 0));
+    if (setting("TARSIL32_FAULT_ROUNDS", 0) == 0) failures_every_ = 37;
     for (long long round = 0; round < rounds && !HasFailure(); ++round) {
         const auto number = static_cast<int32_t>(51 + (seed + round) % 9); // among those there
         for (const int32_t indexes : {0, 1, 2}) {

@@ -3,19 +3,12 @@
 
 #include "index/slots.h"
 
-#include "tests/support/settings.h"
-
 #include <algorithm>
 
 namespace tarsil::support {
 namespace {
 
 using sim::call;
-
-// One call in so many fails in a short run.
-constexpr uint64_t short_run = 13;
-
-uint64_t failures_every() { return setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : short_run; }
 
 bool is_shared_mode(mode in_mode)
 {
@@ -463,7 +456,7 @@ void FaultSweep::sweep_workload(const workload& work, mode in_mode)
     for (size_t at = 0; at < run.sites.size(); ++at) {
         const sim::logged& met = run.sites[at].call;
         const uint64_t nth_of_kind = ++of_kind[static_cast<size_t>(met.kind)];
-        if ((at + turn_) % failures_every() == 0) {
+        if ((at + turn_) % failures_every_ == 0) {
             for (const sim::fault& each : failures_of(met, at + 1, nth_of_kind)) {
                 if (failed_parts() == parts) fail({run, at, each});
             }

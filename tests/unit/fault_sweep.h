@@ -8,9 +8,9 @@
 // that everything can be released and closed afterwards, and no block of memory is left; and that
 // the checkers then find nothing but what the workload allows.
 //
-// A short run lets one call in so many fail, beginning with another one in each workload.
-// TARSIL32_FAULT_ROUNDS=1 lets every call fail, 2 twice, from other records; TARSIL32_FAULT_SEED
-// chooses them.
+// A test of very many workloads lets one call in so many fail in a short run, beginning with another
+// one in each. TARSIL32_FAULT_ROUNDS=1 lets every call fail, 2 twice, from other records;
+// TARSIL32_FAULT_SEED chooses them.
 #pragma once
 
 #include "check/index_check.h"
@@ -82,6 +82,7 @@ protected:
     virtual void look_at_files(const failed_call&, const found_files&) {}
 
     uint64_t failures_made = 0;
+    uint64_t failures_every_ = 1;
 
 private:
     uint64_t turn_ = 0;   // of workloads; in every other one nodes are read, not looked at

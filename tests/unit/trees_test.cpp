@@ -173,45 +173,6 @@ TEST_F(Tree, ASplitWritesLeftThenRightThenParentThenKeyRecords)
                 ElementsAre(-2384, 2384, 2440, 8, -2328, 2328, 2496, 8, 2552, 8, -2440));
 }
 
-TEST_F(Tree, SearchesEndWhereTheModeSays)
-{
-    create(2, 'n');
-    search_end end;
-    const auto search_empty = [&] { EXPECT_EQ(search(1, 0, nearest_to_value, end), -1); };
-    EXPECT_THAT(transfers_of(search_empty), ElementsAre());
-    EXPECT_THAT((std::vector{end.node_offset, end.position, end.count, path_length()}),
-                ElementsAre(2216, 0, 0, 0));
-
-    insert_all({10, 20, 30, 40, 50, 60, 70, 30, 30});
-    ASSERT_THAT(nodes_of_file(),
-                ElementsAre("2216 l 10@100 20@200 30@900", "2272 l 40@400 50@500 60@600 70@700",
-                            "2328 b >2216 30@900 >2384 30@300 >2272", "2384 l 30@800 30@300"));
-    const struct {
-        int32_t value, record;
-        char mode;
-        int32_t result, leaf, position;
-    } cases[] = {
-        {30, 0, fields_of_record, TS_OK, 2216, 2}, // the leftmost of equal ones
-        {30, 900, exact_record, TS_OK, 2216, 2},
-        {30, 800, exact_record, TS_OK, 2384, 0},
-        {30, 300, exact_record, TS_OK, 2384, 1},
-        {30, 500, exact_record, not_in_leaf, 2384, 1},
-        {25, 0, fields_of_record, not_in_leaf, 2216, 2},
-        {25, 0, nearest_to_value, next_is_behind, 2216, 2},
-        {35, 0, nearest_to_value, next_is_behind, 2272, 0},
-        {80, 0, nearest_to_value, not_in_leaf, 2272, 3}, // the last entry
-        {80, 0, fields_of_record, not_in_leaf, 2272, 4},
-    };
-    slot().position = 77;
-    for (const auto& each : cases) {
-        SCOPED_TRACE(testing::Message() << each.value << " in mode " << each.mode);
-        EXPECT_EQ(search(each.value, each.record, each.mode, end), each.result);
-        EXPECT_EQ(end.node_offset, each.leaf);
-        EXPECT_EQ(end.position, each.position);
-        EXPECT_EQ(slot().position, 77);
-    }
-}
-
 // With order 2, falling values give a tree another level every few insertions.
 TEST_F(Tree, ATreeDeeperThanThePathIsRefusedBeforeAnythingIsWritten)
 {
@@ -295,6 +256,7 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
     create(2);
     EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
     EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
+    EXPECT_EQ(tsgetipp32(0, 0, 0, "\0\0\0\1", 1, 0, record, &deleted), TS_CURSOR_NONE);
     for (int32_t value = 1; value < 15; ++value) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
     ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
     for (const int32_t link : {no_offset, 0, 27, INT32_MIN, 41}) {
