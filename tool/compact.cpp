@@ -235,11 +235,8 @@ outcome compact(const compact_options& options, const common_options& common, ol
 
 int run(const compact_options& options, const common_options& common)
 {
-    if (options.indexes.size() > TS_MAX_INDEX_FILES)
-        return fail({fmt::format("{} index files", options.indexes.size()),
-                     fmt::format("a data file has {} at most", int{TS_MAX_INDEX_FILES})});
-    outcome done = common.dry_run ? outcome()
-                                  : settle_compaction(options.data, common.wait_seconds);
+    outcome done = check_given_once(options.indexes);
+    if (done && !common.dry_run) done = settle_compaction(options.data, common.wait_seconds);
     old_files old;
     if (done) done = take_old_files(options, common, old);
     if (!done) return fail(done.why());

@@ -239,9 +239,8 @@ answer<open_files> open(const std::string& data, const std::vector<std::string>&
         const outcome is_index = check_kind(name, file_kind::index);
         if (!is_index) return is_index.why();
     }
-    if (indexes.size() > TS_MAX_INDEX_FILES)
-        return failure{fmt::format("{} index files for {}", indexes.size(), data),
-                       fmt::format("{} can be open at a time", TS_MAX_INDEX_FILES)};
+    const outcome are_several = check_given_once(indexes);
+    if (!are_several) return are_several.why();
 
     const bool is_free = common.mode == sharing::chosen_by_command;
     const bool is_alone = is_free ? usual != usual_mode::shared : common.mode == sharing::alone;
@@ -260,6 +259,21 @@ answer<open_files> open(const std::string& data, const std::vector<std::string>&
     if (!fields) return fields.why();
     files->fields = std::move(*fields);
     return files;
+}
+
+outcome check_given_once(const std::vector<std::string>& indexes)
+{
+    if (indexes.size() > TS_MAX_INDEX_FILES)
+        return failure{fmt::format("{} index files", indexes.size()),
+                       fmt::format("a data file has {} at most", int{TS_MAX_INDEX_FILES})};
+    for (size_t i = 1; i < indexes.size(); ++i) {
+        for (size_t earlier = 0; earlier < i; ++earlier) {
+            std::error_code failed;
+            if (fs::equivalent(indexes[i], indexes[earlier], failed))
+                return failure{indexes[i] + ": is given twice", "give each index file once"};
+        }
+    }
+    return {};
 }
 
 failure failure_on(const status& why, const std::string& file)

@@ -44,6 +44,10 @@ answer<open_files> open(const std::string& data, const std::vector<std::string>&
 // The library alone, for commands that create files.
 answer<library> start_library(const common_options& common, bool is_shared);
 
+// A failure where one index file is given under two names, whose opens would be in each other's
+// way, or where there are too many.
+outcome check_given_once(const std::vector<std::string>& indexes);
+
 // What a failed call on an open file comes to, in words: who holds the range, whether the disk is
 // full, what to do about a change that was left half done.
 failure failure_on(const status& why, const std::string& file);

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <functional>
 
 #include "tarsil32.h"
 #include "tests/support/temp_folder.h"
@@ -12,7 +11,6 @@
 namespace {
 
 constexpr int32_t records = 20000;
-constexpr int32_t stride = 8 + 100; // frame and body
 
 // One record with its number in front; the rest is no zero, as nearly everywhere.
 struct body {
@@ -20,9 +18,14 @@ struct body {
     char rest[96];
 };
 
+constexpr int32_t frame_of(int32_t number)
+{
+    return 28 + (number - 1) * (8 + int32_t{sizeof(body)});
+}
+
 class CutFiles : public testing::TestWithParam<char> {
 protected:
-    void create()
+    void SetUp() override
     {
         ASSERT_EQ(tsinit32(), TS_STARTED);
         ASSERT_EQ(tsmuser32(GetParam()), TS_OK);
@@ -34,7 +37,11 @@ protected:
         ASSERT_EQ(tscrind32(0, index.c_str(), 1, &key), 0);
         for (int32_t number = 1; number <= records; ++number) ASSERT_EQ(add(number), TS_OK);
     }
-    void TearDown() override { tsfree32(); }
+    void TearDown() override
+    {
+        EXPECT_GE(tsclosed32(0), TS_OK);
+        tsfree32();
+    }
 
     int32_t add(int32_t number)
     {
@@ -56,39 +63,26 @@ INSTANTIATE_TEST_SUITE_P(, CutFiles, testing::Values('n', 'y'), [](const auto& s
     return shared.param == 'y' ? "shared" : "alone";
 });
 
-TEST_P(CutFiles, OfRecordsGiveTheCodesOfTheirReads)
+TEST_P(CutFiles, GiveTheCodesOfTheirReads)
 {
-    create();
-    const auto frame = [](int32_t number) { return 28 + (number - 1) * stride; };
     const struct {
         int32_t size, number, code;
-    } cuts[] = {
-        {frame(15000), 14999, TS_OK},
-        {frame(15000), 15000, TS_FRAME_READ_SHORT},
-        {frame(15000), records, TS_FRAME_READ_SHORT},
-        {frame(9000) + 4, 9000, TS_FRAME_READ_SHORT},
-        {frame(8000) + 50, 8000, TS_BODY_READ_SHORT},
-        {frame(8000) + 50, 7999, TS_OK},
-        {28, 1, TS_FRAME_READ_SHORT},
-    };
+    } cuts[] = {{frame_of(15000), 14999, TS_OK},
+                {frame_of(15000), 15000, TS_FRAME_READ_SHORT},
+                {frame_of(15000), records, TS_FRAME_READ_SHORT},
+                {frame_of(9000) + 4, 9000, TS_FRAME_READ_SHORT},
+                {frame_of(8000) + 50, 8000, TS_BODY_READ_SHORT},
+                {frame_of(8000) + 50, 7999, TS_OK}};
     for (const auto& cut : cuts) {
         SCOPED_TRACE(testing::Message() << cut.size << ", " << cut.number);
         ASSERT_EQ(truncate(data.c_str(), cut.size), 0);
         EXPECT_EQ(get(cut.number), cut.code);
         EXPECT_EQ(find(cut.number), cut.code);
     }
-    EXPECT_GE(tsclosed32(0), TS_OK);
-}
-
-TEST_P(CutFiles, OfKeysGiveTheCodeOfANode)
-{
-    create();
-    const int32_t beyond = records + 1;
     ASSERT_EQ(truncate(index.c_str(), 5 * 8204), 0);
     EXPECT_EQ(find(records), TS_NODE_READ_SHORT);
-    EXPECT_EQ(add(beyond), TS_NODE_READ_SHORT);
+    EXPECT_EQ(add(records + 1), TS_NODE_READ_SHORT);
     EXPECT_EQ(find(1), TS_OK) << "what is in front of the cut";
-    EXPECT_GE(tsclosed32(0), TS_OK);
 }
 
 } // namespace

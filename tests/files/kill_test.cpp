@@ -11,6 +11,7 @@
 #include "tests/support/stored_records.h"
 #include "tests/support/temp_folder.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstring>
@@ -27,12 +28,10 @@ using support::setting;
 
 constexpr int32_t most_writers = 4;
 constexpr int32_t most_records = 3000; // of a writer; then new files are begun
-constexpr int32_t none = -1;
 
 struct row {
     int32_t writer;
     int32_t number;
-    int32_t version;
     uint32_t sum; // of all the rest
     char name[20];
     char text[180];
@@ -48,26 +47,20 @@ uint32_t sum_of(row made)
     return sum;
 }
 
-row make_row(int32_t writer, int32_t number, int32_t version)
+row make_row(int32_t writer, int32_t number)
 {
-    row made = {writer, number, version, 0, {}, {}};
+    row made = {writer, number, 0, {}, {}};
     std::snprintf(made.name, sizeof made.name, "%d", number * 7919 % 1009);
-    std::memset(made.text, 'a' + (number + version) % 26, sizeof made.text);
+    std::memset(made.text, 'a' + number % 26, sizeof made.text);
     made.sum = sum_of(made);
     return made;
 }
 
 // What a writer has been answered, in memory that it shares with the test.
 struct answered {
-    struct record {
-        int32_t version;
-        bool is_deleted;
-    };
-    std::atomic<int32_t> records;   // added by it
-    std::atomic<int32_t> doing;     // the record it is adding or changing, or none
-    std::atomic<int64_t> calls;     // that had returned
-    std::atomic<int32_t> refusal;   // the code of a call that should have gone well
-    record known[most_records + 1]; // by number, from 1; version none: not to be relied on
+    std::atomic<int32_t> records; // from 1 on without a gap, in all of its lives
+    std::atomic<int32_t> calls;   // that had returned, in this life
+    std::atomic<int32_t> refusal; // the code of an add that should have gone well
 };
 
 struct mode_of_work {
@@ -79,100 +72,32 @@ struct mode_of_work {
 
 void PrintTo(const mode_of_work& of, std::ostream* out) { *out << of.name; }
 
-layout fields()
-{
-    return layout::of<row>({TARSIL_FIELD(row, writer), TARSIL_FIELD(row, number),
-                            TARSIL_FIELD(row, version), TARSIL_FIELD(row, name)});
-}
-
 std::vector<key_definition> definitions()
 {
-    return {*fields().key({"writer", "number"}, cursor::kept, 4),
-            *fields().key({"name"}, cursor::none, 4)};
+    const layout fields = layout::of<row>(
+        {TARSIL_FIELD(row, writer), TARSIL_FIELD(row, number), TARSIL_FIELD(row, name)});
+    return {*fields.key({"writer", "number"}, cursor::kept, 4),
+            *fields.key({"name"}, cursor::none, 4)};
 }
 
-// The life of a writer, which only a kill ends.
-class writer {
-public:
-    writer(const support::temp_folder& folder, const mode_of_work& how, int32_t self, uint64_t seed,
-           answered& notes)
-        : self_(self), random_(seed), notes_(notes),
-          started_(library::start({.multi_user = how.is_shared, .wait = retry::up_to(wait_limit)})),
-          file_(*started_->open(folder.file("kill.dat"))),
-          index_(*file_.open_index(folder.file("kill.idx"))), by_number_(*index_.key(0))
-    {
+// The life of a writer, which only a kill ends. With its tree out of step after another's death it
+// has nothing more to do.
+[[noreturn]] void write(const support::temp_folder& folder, const mode_of_work& how, int32_t self,
+                        answered& notes)
+{
+    const auto wait = retry::up_to(std::chrono::seconds(20));
+    const auto started = library::start({.multi_user = how.is_shared, .wait = wait});
+    const data_file file = *started->open(folder.file("kill.dat"));
+    const class index index = *file.open_index(folder.file("kill.idx"));
+    while (notes.refusal == TS_OK && notes.records < most_records) {
+        const row made = make_row(self, notes.records + 1);
+        const status done = file.add(bytes_of(made), duplicates::allow);
+        if (done) ++notes.records;
+        notes.refusal = done.code();
+        ++notes.calls;
     }
-
-    [[noreturn]] void work()
-    {
-        for (;;) {
-            const int32_t records = notes_.records;
-            if (records == most_records) pause();
-            const int32_t number = 1 + static_cast<int32_t>(random_() %
-                                                            (static_cast<uint64_t>(records) + 1));
-            const bool is_known = number <= records && notes_.known[number].version != none;
-            const uint64_t deed = is_known ? random_() % 10 : 9;
-            notes_.doing = deed < 2 ? number : records + 1;
-            if (deed == 0)
-                update(number);
-            else if (deed == 1)
-                mark(number);
-            else
-                add(records + 1);
-            notes_.doing = none;
-            ++notes_.calls;
-        }
-    }
-
-private:
-    static constexpr auto wait_limit = std::chrono::seconds(20);
-
-    void add(int32_t number)
-    {
-        const row made = make_row(self_, number, 0);
-        expect(file_.add(bytes_of(made), duplicates::allow));
-        notes_.known[number] = {0, false};
-        notes_.records = number;
-    }
-
-    void update(int32_t number)
-    {
-        answered::record& known = notes_.known[number];
-        if (known.is_deleted) return; // It would be refused.
-        const row made = make_row(self_, number, known.version + 1);
-        expect(by_number_.update(by_number_.pack(self_, number), bytes_of(made)));
-        ++known.version;
-    }
-
-    void mark(int32_t number)
-    {
-        answered::record& known = notes_.known[number];
-        const auto value = by_number_.pack(self_, number);
-        expect(known.is_deleted ? by_number_.undelete(value) : by_number_.erase(value));
-        known.is_deleted = !known.is_deleted;
-    }
-
-    // With its tree out of step after another's death a writer has nothing more to do.
-    void expect(const status& done)
-    {
-        if (done) return;
-        notes_.refusal = done.code();
-        pause();
-    }
-
-    [[noreturn]] static void pause()
-    {
-        for (;;) ::pause();
-    }
-
-    int32_t self_;
-    std::mt19937_64 random_;
-    answered& notes_;
-    result<library> started_;
-    data_file file_;
-    class index index_;
-    key_cursor by_number_;
-};
+    for (;;) pause();
+}
 
 class Kill : public testing::TestWithParam<mode_of_work> {
 protected:
@@ -196,127 +121,81 @@ protected:
     void begin_files()
     {
         std::memset(static_cast<void*>(notes), 0, sizeof(answered) * most_writers);
-        std::filesystem::remove(data_name());
-        std::filesystem::remove(index_name());
+        std::filesystem::remove(data_name);
+        std::filesystem::remove(index_name);
         const result<library> started = library::start();
-        const int32_t length = GetParam().is_variable ? TS_VARIABLE_LENGTH
-                                                      : static_cast<int32_t>(sizeof(row));
-        const result<data_file> file = started->create(data_name(), length);
+        const result<data_file> file = started->create(
+            data_name, GetParam().is_variable ? TS_VARIABLE_LENGTH : int32_t{sizeof(row)});
         ASSERT_TRUE(file) << file.text();
-        ASSERT_TRUE(file->create_index(index_name(), definitions()));
+        ASSERT_TRUE(file->create_index(index_name, definitions()));
     }
 
-    bool is_full() const
+    template <class Holds> bool all_writers(Holds&& holds) const
     {
-        int64_t records = 0;
-        for (int32_t i = 0; i < GetParam().writers; ++i) records += notes[i].records;
-        return records >= most_records;
+        return std::all_of(notes, notes + GetParam().writers, holds);
     }
 
-    // Starts the writers and kills them one after the other.
+    // Starts the writers and kills them one after the other. Opening takes longer than the work.
     void work_and_kill()
     {
+        const int32_t writers = GetParam().writers;
         std::vector<pid_t> children;
-        for (int32_t i = 0; i < GetParam().writers; ++i) {
-            notes[i].doing = none;
-            notes[i].refusal = TS_OK;
+        for (int32_t i = 0; i < writers; ++i) {
             notes[i].calls = 0;
-            const uint64_t own_seed = random();
+            notes[i].refusal = TS_OK;
             const pid_t child = fork();
             ASSERT_GE(child, 0);
-            if (child == 0) writer(folder, GetParam(), i + 1, own_seed, notes[i]).work();
+            if (child == 0) write(folder, GetParam(), i + 1, notes[i]);
             children.push_back(child);
         }
+        const auto at_work = [](const answered& one) { return one.calls > 0; };
+        for (int32_t tries = 0; tries < 20000 && !all_writers(at_work); ++tries) usleep(100);
+        EXPECT_TRUE(all_writers(at_work)) << "the writers don't begin";
         for (const pid_t child : children) {
-            wait_until_at_work();
             usleep(static_cast<useconds_t>(random() % 3000));
             kill(child, SIGKILL);
             waitpid(child, nullptr, 0);
         }
-        for (int32_t i = 0; i < GetParam().writers; ++i) {
+        for (int32_t i = 0; i < writers; ++i) {
             calls += notes[i].calls;
-            if (GetParam().writers == 1) { EXPECT_EQ(notes[i].refusal, TS_OK); }
+            if (writers == 1) { EXPECT_EQ(notes[i].refusal, TS_OK); }
         }
-    }
-
-    // Opening takes longer than the work of a round.
-    void wait_until_at_work() const
-    {
-        const auto at_work = [this](int32_t i) {
-            return notes[i].calls > 0 || notes[i].refusal != TS_OK ||
-                   notes[i].records == most_records;
-        };
-        for (int32_t tries = 0; tries < 20000; ++tries) {
-            bool all = true;
-            for (int32_t i = 0; i < GetParam().writers; ++i) all = all && at_work(i);
-            if (all) return;
-            usleep(100);
-        }
-        FAIL() << "the writers don't begin";
     }
 
     // In single-user mode the header is behind its records until it is rebuilt.
-    void rebuild_header()
+    void rebuild_header() const
     {
         const result<library> started = library::start();
-        const result<data_file> file = started->rebuild(data_name());
+        const result<data_file> file = started->rebuild(data_name);
         ASSERT_TRUE(file) << file.text();
     }
 
-    struct found_row {
-        row made;
-        bool is_deleted;
-    };
-
-    // The whole rows of a writer, by number. What a kill has torn is whole no more.
-    std::vector<std::vector<found_row>> rows_of(int32_t self) const
+    // What a kill has torn is whole no more; the record that was in work may be there or not.
+    void expect_what_was_answered()
     {
-        std::vector<std::vector<found_row>> rows(most_records + 1);
+        std::vector<int32_t> found[most_writers];
         for (const support::stored_record& one :
-             support::records_in(support::file_bytes(data_name()))) {
+             support::records_in(support::file_bytes(data_name))) {
             row made;
             if (one.body.size() != sizeof made) continue;
             std::memcpy(&made, one.body.data(), sizeof made);
-            const bool is_whole = made.sum == sum_of(made) && made.number <= most_records;
-            if (is_whole && made.writer == self && made.number >= 1)
-                rows[static_cast<size_t>(made.number)].push_back({made, one.mark == mark_deleted});
+            if (made.sum == sum_of(made)) found[made.writer - 1].push_back(made.number);
         }
-        return rows;
-    }
-
-    void expect_what_was_answered(int32_t self)
-    {
-        answered& told = notes[self - 1];
-        const std::vector<std::vector<found_row>> rows = rows_of(self);
-        for (int32_t number = 1; number <= told.records; ++number) {
-            const answered::record known = told.known[number];
-            if (number == told.doing || known.version == none) continue;
-            SCOPED_TRACE(testing::Message() << "record " << number << " of writer " << self);
-            const std::vector<found_row>& found = rows[static_cast<size_t>(number)];
-            ASSERT_EQ(found.size(), 1U);
-            EXPECT_EQ(found[0].made.version, known.version);
-            EXPECT_EQ(found[0].is_deleted, known.is_deleted);
+        for (int32_t i = 0; i < GetParam().writers; ++i) {
+            SCOPED_TRACE(testing::Message() << "writer " << i + 1);
+            const auto count = static_cast<int32_t>(found[i].size());
+            EXPECT_TRUE(count == notes[i].records || count == notes[i].records + 1) << count;
+            for (int32_t n = 0; n < count; ++n) ASSERT_EQ(found[i][static_cast<size_t>(n)], n + 1);
+            notes[i].records = count;
         }
-        take_up(told, rows);
-    }
-
-    // The record that was in work may be as before or as after, or torn: then it is left alone.
-    static void take_up(answered& told, const std::vector<std::vector<found_row>>& rows)
-    {
-        if (told.doing == none) return;
-        const auto& found = rows[static_cast<size_t>(told.doing)];
-        answered::record& known = told.known[told.doing];
-        known = found.size() == 1 ? answered::record{found[0].made.version, found[0].is_deleted}
-                                  : answered::record{none, false};
-        told.records = std::max<int32_t>(told.records, told.doing);
     }
 
     bool is_index_sound() const
     {
         check::file_bytes data;
         check::file_bytes index;
-        EXPECT_EQ(data.open(data_name().c_str()), check::open_result::opened);
-        EXPECT_EQ(index.open(index_name().c_str()), check::open_result::opened);
+        EXPECT_EQ(data.open(data_name.c_str()), check::open_result::opened);
+        EXPECT_EQ(index.open(index_name.c_str()), check::open_result::opened);
         check::frame_list frames;
         check::check_data_file(data, &frames);
         const check::data_side side = {data, frames};
@@ -327,23 +206,22 @@ protected:
     {
         if (is_index_sound()) return;
         ++rebuilt;
-        std::filesystem::remove(index_name());
-        const result<library> started = library::start();
+        std::filesystem::remove(index_name);
         {
-            const result<data_file> file = started->open(data_name());
+            const result<library> started = library::start();
+            const result<data_file> file = started->open(data_name);
             ASSERT_TRUE(file) << file.text();
-            ASSERT_TRUE(file->build_index(index_name(), definitions()));
+            ASSERT_TRUE(file->build_index(index_name, definitions()));
         }
         EXPECT_TRUE(is_index_sound());
     }
 
-    std::string data_name() const { return folder.file("kill.dat"); }
-    std::string index_name() const { return folder.file("kill.idx"); }
-
     const long long rounds = setting("TARSIL32_KILL_ROUNDS", 6);
     const long long seed = setting("TARSIL32_KILL_SEED", 5);
     std::mt19937_64 random{static_cast<uint64_t>(seed)};
-    support::temp_folder folder;
+    const support::temp_folder folder;
+    const std::string data_name = folder.file("kill.dat");
+    const std::string index_name = folder.file("kill.idx");
     answered* notes = nullptr;
     long long done = 0;
     long long calls = 0;
@@ -352,13 +230,14 @@ protected:
 
 TEST_P(Kill, LeavesWhatWasAnswered)
 {
+    const auto has_room = [](const answered& one) { return one.records < most_records; };
     for (; done < rounds && !HasFailure(); ++done) {
         SCOPED_TRACE(testing::Message() << "round " << done << ", seed " << seed);
-        if (is_full()) begin_files();
+        if (!all_writers(has_room)) begin_files();
         work_and_kill();
         if (HasFailure()) return;
         if (!GetParam().is_shared) rebuild_header();
-        for (int32_t self = 1; self <= GetParam().writers; ++self) expect_what_was_answered(self);
+        expect_what_was_answered();
         mend_index();
     }
 }

@@ -16,7 +16,6 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <vector>
@@ -161,43 +160,6 @@ TEST_F(Mapping, FilesHoldWhatWasWrittenAndHaveTheirExactLength)
     EXPECT_GT(model.size(), 4 * mib);
 }
 
-// The child counts its appends where the parent sees it, and is killed in the midst of them.
-TEST_F(Mapping, AKillKeepsWhatWasWrittenAndLeavesZerosBehindIt)
-{
-    constexpr size_t record = 108;
-    void* const shared = mmap(nullptr, sizeof(int64_t), PROT_READ | PROT_WRITE,
-                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(shared, MAP_FAILED);
-    volatile int64_t* const written = static_cast<int64_t*>(shared);
-    for (int round = 0; round < 12; ++round) {
-        SCOPED_TRACE(round);
-        const temp_folder folder;
-        *written = 0;
-        child_process writer([&](const child_line& line) {
-            const file_handle file = create_file(folder.file("a"), share::none);
-            line.step([] { return 0; });
-            while (put(file, std::string(record, static_cast<char>('a' + *written % 26))))
-                *written = *written + 1;
-        });
-        writer.next();
-        while (*written < 9000 + round * 1000) usleep(100);
-        writer.kill();
-
-        const size_t count = static_cast<size_t>(*written);
-        const std::string bytes = file_bytes(folder.file("a"));
-        ASSERT_GE(bytes.size(), count * record);
-        EXPECT_LE(bytes.size(), count * record + record + step);
-        for (size_t i = 0; i < count; ++i) {
-            const std::string expected(record, static_cast<char>('a' + i % 26));
-            ASSERT_EQ(bytes.substr(i * record, record), expected);
-        }
-        const size_t last = bytes.find_last_not_of('\0') + 1;
-        EXPECT_LE(last, count * record + record) << "no more than the record under way";
-        EXPECT_TRUE(last == count * record || bytes[count * record] != '\0') << "from its front";
-    }
-    munmap(shared, sizeof(int64_t));
-}
-
 // A foreign program cuts a file, or lengthens it: the size, the size that it gets, and where 5000
 // bytes are then asked for.
 struct cut_file {
@@ -233,30 +195,21 @@ void meet_cut_file(const cut_file& r, act first, share mode)
 
 TEST_F(Mapping, AFileOfAnotherSizeGivesShortReadsAndTakesWrites)
 {
-    const cut_file rows[] = {
-        {500, 100, 0},
-        {500, 100, 99},
-        {500, 100, 100},
-        {500, 100, 300},
-        {500, 0, 0},
-        {500, 499, 0},
-        {10000, 9000, 8000},
-        {10000, 9000, 9500},
-        {20000, 8192, 0},
-        {20000, 8192, 8191},
-        {20000, 8192, 8192},
-        {20000, 8193, 9000},
-        {20000, 4096, 15000},
-        {3 * mib + 77, 9000, 0},
-        {3 * mib + 77, 9000, 8999},
-        {3 * mib + 77, 9000, 9000},
-        {3 * mib + 77, 9000, 2 * mib},
-        {3 * mib + 77, 3 * mib, 3 * mib - 10},
-        {500, 700, 400},
-        {500, 700, 600},
-        {500, 2 * mib, mib},
-        {3 * mib + 77, 4 * mib, 3 * mib + 70},
-    };
+    constexpr size_t large = 3 * mib + 77;
+    const cut_file rows[] = {{500, 100, 0},
+                             {500, 100, 99},
+                             {500, 100, 100},
+                             {500, 100, 300},
+                             {500, 0, 0},
+                             {10000, 9000, 8000},
+                             {10000, 9000, 9500},
+                             {20000, 8192, 8191},
+                             {20000, 8193, 9000},
+                             {large, 9000, 8999},
+                             {large, 9000, 2 * mib},
+                             {500, 700, 600},
+                             {500, 2 * mib, mib},
+                             {large, 4 * mib, large - 7}};
     for (const cut_file& r : rows) {
         for (const share mode : {share::none, share::read_write}) {
             for (const act first : {act::read_little, act::read_much, act::write}) {
@@ -282,61 +235,37 @@ bool mount_small_disk(const std::string& folder)
            mount("none", folder.c_str(), "tmpfs", 0, "size=3m") == 0;
 }
 
+// Somebody else takes the room of a hole: writing there is what fails, not a signal.
 TEST_F(Mapping, AFullDiskIsAFailureAlsoInAHole)
 {
     const temp_folder folder;
     child_process child([&](const child_line& line) {
-        file_handle file = no_file;
         const std::string piece(1000, 'p');
-        int64_t pieces = 0;
+        size_t pieces = 0;
         line.step([&] { return mount_small_disk(folder.path()); });
+        const file_handle file = create_file(folder.file("a"), share::none);
+        while (put(file, piece)) ++pieces;
+        line.step([&] { return GetLastError(); });
+        line.step([&] { return pieces > 3000 && end_of(file) - pieces * 1000 < 1000; });
         line.step([&] {
-            file = create_file(folder.file("a"), share::none);
-            while (put(file, piece)) ++pieces;
-            return GetLastError();
+            for (size_t i = 0; i < pieces; ++i)
+                if (get(file, i * 1000, 1000) != piece) return false;
+            return ZeroFileRange(file, 0, mib);
         });
-        line.step([&] { return pieces; });
-        line.step([&] { return int64_t{end_of(file)} - pieces * 1000; });
         line.step([&] {
-            for (int64_t i = 0; i < pieces; ++i) {
-                if (get(file, static_cast<size_t>(i) * 1000, 1000) != piece) return false;
-            }
-            return true;
+            put(create_file(folder.file("b")), std::string(4 * mib, 'b'));
+            return put_at(file, 500000, piece);
         });
-        line.step([&] { return ZeroFileRange(file, 0, mib); });
-        line.step([&] { return put(create_file(folder.file("b")), std::string(4 * mib, 'b')); });
-        line.step([&] { return put_at(file, 500000, piece); });
         line.step([] { return GetLastError(); });
         line.step([&] { return unlink(folder.file("b").c_str()) == 0 && CloseHandle(file); });
     });
     if (!child.next()) GTEST_SKIP() << "this process may not mount a small disk";
     EXPECT_EQ(child.next(), ENOSPC);
-    const int64_t pieces = child.next();
-    EXPECT_GT(pieces, 3000) << "all of the disk was used";
-    EXPECT_LT(child.next(), 1000) << "the end is that of what was written";
-    EXPECT_TRUE(child.next());
+    EXPECT_TRUE(child.next())
+        << "all of the disk was used, and the end is that of what was written";
     EXPECT_TRUE(child.next()) << "a hole";
-    EXPECT_FALSE(child.next()) << "somebody else takes its place";
     EXPECT_FALSE(child.next()) << "a write into the hole";
     EXPECT_EQ(child.next(), ENOSPC);
-    EXPECT_TRUE(child.next());
-    EXPECT_EQ(child.wait_for_end(), 0);
-}
-
-TEST_F(Mapping, AFileGrowsUpToALimitAndNotAheadOfIt)
-{
-    const temp_folder folder;
-    child_process child([&](const child_line& line) {
-        const rlimit limit = {2 * mib + 5000, RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        const file_handle file = create_file(folder.file("a"), share::none);
-        line.step([&] {
-            while (put(file, std::string(1000, 'p'))) continue;
-            return end_of(file);
-        });
-        line.step([&] { return std::filesystem::file_size(folder.file("a")) <= limit.rlim_cur; });
-    });
-    EXPECT_EQ(child.next(), (2 * mib + 5000) / 1000 * 1000);
     EXPECT_TRUE(child.next());
     EXPECT_EQ(child.wait_for_end(), 0);
 }

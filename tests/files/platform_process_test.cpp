@@ -58,25 +58,6 @@ TEST(PlatformProcesses, ShareModesAndRangesHoldBetweenProcesses)
     EXPECT_TRUE(can_open(name, share::none)) << "the end of a process is a close";
 }
 
-TEST(PlatformProcesses, AKilledProcessHoldsNothing)
-{
-    const temp_folder folder;
-    const std::string name = folder.file("a");
-    ASSERT_TRUE(CloseHandle(create_file(name)));
-    child_process other([&](const child_line& line) {
-        const file_handle theirs = open_file(name);
-        line.step([&] { return LockFile(theirs, 0, 100); });
-        line.receive();
-    });
-    ASSERT_TRUE(other.next());
-    const file_handle mine = open_file(name);
-    ASSERT_FALSE(LockFile(mine, 50, 1));
-    other.kill();
-    EXPECT_TRUE(LockFile(mine, 0, 100));
-    EXPECT_TRUE(CloseHandle(mine));
-    EXPECT_TRUE(can_open(name, share::none));
-}
-
 TEST(PlatformForks, TheChildsHandlesAreDeadAndTheParentsLocksStand)
 {
     const temp_folder folder;

@@ -60,11 +60,10 @@ void rewrite(shared_record& record, std::mt19937& random)
 
 // Ways to a record that is to be changed, and what is done to it; and the refusals of those that
 // have been done already.
-enum : int32_t { by_number, as_current, by_key, at_cursor, route_count };
+enum : int32_t { by_number, by_key, at_cursor, route_count };
 enum : int32_t { remove_it, restore_it, rewrite_it, verb_count };
 constexpr int32_t done_already[route_count][verb_count] = {
     {TS_DELETE_RECORD_DELETED, TS_UNDELETE_RECORD_LIVE, TS_UPDATE_RECORD_DELETED},
-    {TS_DELETE_CURRENT_DELETED, TS_UNDELETE_CURRENT_LIVE, TS_UPDATE_CURRENT_DELETED},
     {TS_DELETE_FOUND_DELETED, TS_UNDELETE_FOUND_LIVE, TS_UPDATE_FOUND_DELETED},
     {TS_DELETE_CURSOR_DELETED, TS_UNDELETE_CURSOR_LIVE, TS_UPDATE_CURSOR_DELETED},
 };
@@ -80,8 +79,7 @@ party::party(const agreement& terms, int32_t own_number)
 
 void party::create()
 {
-    must(tsinit32(), "start");
-    must(tsmuser32('y'), "multi-user mode");
+    start_shared();
     const int32_t length = agreed.fixed ? fixed_record_bytes : TS_VARIABLE_LENGTH;
     d = must(tscrdata32((agreed.folder + "/d").c_str(), length, 0, nullptr), "create");
     for (int32_t index = 0; index < index_files; ++index) {
@@ -96,8 +94,7 @@ void party::create()
 
 void party::open()
 {
-    must(tsinit32(), "start");
-    must(tsmuser32('y'), "multi-user mode");
+    start_shared();
     tsdelow32(reuse ? 'y' : 'n');
     d = open_shared(agreed.folder + "/d");
     for (int32_t index = 0; index < index_files; ++index) {
@@ -191,7 +188,8 @@ int32_t party::add(char duplicates)
 {
     const shared_record record = make_record();
     const auto is_there = [&] {
-        return by(tsgetcd32) == TS_OK && seen().serial == serial && seen().owner == own;
+        const auto current = [&] { return tsgetcd32(d, room.get(), &deleted); };
+        return answer(current) == TS_OK && seen().serial == serial && seen().owner == own;
     };
     const auto call = [&] {
         const int32_t code = tsadd32(d, &record, record.length, duplicates);
@@ -254,11 +252,6 @@ int32_t party::by(index_reader call, size_t key)
     return answer([&] { return call(d, at.index, at.key, room.get(), &deleted); });
 }
 
-int32_t party::by(file_reader call)
-{
-    return answer([&] { return call(d, room.get(), &deleted); });
-}
-
 int32_t party::step(size_t key)
 {
     constexpr index_reader steps[] = {tsgetci32, tsgetni32, tsgetni32, tsgetpi32, tsgetpi32};
@@ -308,21 +301,16 @@ void party::read_by_number()
 
 int32_t party::pick(int32_t route, int32_t number, size_t key, const std::string& value)
 {
-    const key_place& at = keys[key];
     if (route == by_number)
         return answer([&] { return tsgetd32(d, number, room.get(), &deleted); });
-    if (route == by_key) {
-        placed[key] = nowhere;
-        return answer(
-            [&] { return tsgeti32(d, at.index, at.key, value.data(), room.get(), &deleted); });
-    }
-    int32_t code = place(key);
-    if (code < 0 || route == at_cursor) return code;
-    code = answer([&] { return tssetd2i32(d, at.index, at.key, &number); });
-    return code < 0 ? code : by(tsgetcd32);
+    if (route == at_cursor) return place(key);
+    const key_place& at = keys[key];
+    placed[key] = nowhere;
+    return answer(
+        [&] { return tsgeti32(d, at.index, at.key, value.data(), room.get(), &deleted); });
 }
 
-void party::change_one(int32_t route, int32_t verb, int32_t number, bool with_key)
+void party::change_one(int32_t route, int32_t verb, int32_t number)
 {
     const size_t key = random() % key_count;
     const key_place& at = keys[key];
@@ -337,33 +325,22 @@ void party::change_one(int32_t route, int32_t verb, int32_t number, bool with_ke
     ensure(is_whole(seen()), "a record to change that isn't whole");
     const shared_record before = seen();
     shared_record after = before;
-    if (with_key) {
-        after = make_record();
-        after.length = before.length;
-        after.version = 0;
-    }
     rewrite(after, random);
-    const int32_t mode = with_key ? 2 : 0;
-    const int32_t length = after.length;
-    void* const scratch = room.get();
     const bool was_deleted = deleted == 1;
-    const bool refusal = was_deleted != (verb == restore_it);
+    void* const scratch = room.get();
     const auto call = [&] {
         switch (route * verb_count + verb) {
         case 0: return tsdeld32(d, number);
         case 1: return tsundeld32(d, number);
-        case 2: return tsupd32(d, number, &after, length, &deleted, scratch, mode);
-        case 3: return tsdelcd32(d);
-        case 4: return tsudelcd32(d);
-        case 5: return tsupcd32(d, &after, length, &deleted, scratch, mode);
-        case 6: return tsdeli32(d, at.index, at.key, value.data());
-        case 7: return tsundeli32(d, at.index, at.key, value.data());
-        case 8:
-            return tsupi32(d, at.index, at.key, value.data(), &after, length, &deleted, scratch,
-                           mode);
-        case 9: return tsdelci32(d, at.index, at.key);
-        case 10: return tsudelci32(d, at.index, at.key);
-        default: return tsupci32(d, at.index, at.key, &after, length, &deleted, scratch, mode);
+        case 2: return tsupd32(d, number, &after, after.length, &deleted, scratch, 0);
+        case 3: return tsdeli32(d, at.index, at.key, value.data());
+        case 4: return tsundeli32(d, at.index, at.key, value.data());
+        case 5:
+            return tsupi32(d, at.index, at.key, value.data(), &after, after.length, &deleted,
+                           scratch, 0);
+        case 6: return tsdelci32(d, at.index, at.key);
+        case 7: return tsudelci32(d, at.index, at.key);
+        default: return tsupci32(d, at.index, at.key, &after, after.length, &deleted, scratch, 0);
         }
     };
     code = answer(call);
@@ -372,17 +349,14 @@ void party::change_one(int32_t route, int32_t verb, int32_t number, bool with_ke
         if (strict) must(code, "change", {done_already[route][verb], TS_UPDATE_KEY_CHANGED});
         return;
     }
-    if (with_key && refusal) --serial;
-    const int32_t expected = refusal ? done_already[route][verb] : int32_t{with_key};
-    if (code != expected) must(std::min(code, -1), "a change under locks");
+    const bool refusal = was_deleted != (verb == restore_it);
+    if (code != (refusal ? done_already[route][verb] : int32_t{TS_OK}))
+        must(std::min(code, -1), "a change under locks");
     ensure(agreed.book->of(before) == (was_deleted ? -1 : 1) * before.version,
            "a change of a record that is out of date");
     if (refusal) return;
-    told.adds += with_key;
-    const bool stays = verb == restore_it || (verb == rewrite_it && !with_key);
-    agreed.book->of(before) = stays ? (verb == rewrite_it ? after : before).version
-                                    : -before.version;
-    if (with_key) agreed.book->of(after) = 1;
+    const int32_t version = verb == rewrite_it ? after.version : before.version;
+    agreed.book->of(before) = verb == remove_it ? -version : version;
 }
 
 // A record lock is enough for what changes no key, also beside those that lock the whole file.
@@ -391,10 +365,9 @@ void party::change()
     const auto route = static_cast<int32_t>(random() % route_count);
     const auto chance = random() % 10;
     const int32_t verb = chance < 6 ? remove_it : chance < 7 ? restore_it : rewrite_it;
-    const bool with_key = locking && verb == rewrite_it && random() % 2 == 0;
     const int32_t number = route == by_number ? some_number() : 0;
-    const auto deed = [&] { change_one(route, verb, number, with_key); };
-    if (agreed.fixed && route == by_number && !with_key && random() % 2 == 0)
+    const auto deed = [&] { change_one(route, verb, number); };
+    if (agreed.fixed && route == by_number && random() % 2 == 0)
         with_record_locked(number, deed);
     else
         as_one_step(deed);
@@ -420,25 +393,17 @@ void party::walk_all()
 {
     const size_t key = random() % key_count;
     const bool forward = random() % 2 == 0;
-    const bool in_file = random() % 3 == 0 && (forward || agreed.fixed);
-    const auto to_end = [&] {
-        if (in_file) return by(forward ? tsgetfd32 : tsgetld32);
-        return by(forward ? tsgetfi32 : tsgetli32, key);
-    };
-    const auto next = [&] {
-        if (in_file) return by(forward ? tsgetnd32 : tsgetpd32);
-        return by(forward ? tsgetni32 : tsgetpi32, key);
-    };
+    const auto next = [&] { return by(forward ? tsgetni32 : tsgetpi32, key); };
     as_one_step([&] {
         int32_t met = 0;
         int32_t last = forward ? INT32_MIN : INT32_MAX;
         const int64_t epoch = agreed.book->purges;
-        int32_t code = to_end();
-        if (!in_file) placed[key] = code == TS_OK ? epoch : nowhere;
+        int32_t code = by(forward ? tsgetfi32 : tsgetli32, key);
+        placed[key] = code == TS_OK ? epoch : nowhere;
         for (; code == TS_OK && met < (locking ? records + 1 : 50); ++met) {
             check_read(code, epoch, locking);
             const int32_t bucket = seen().bucket;
-            ensure(!locking || in_file || key < 2 || (forward ? bucket >= last : bucket <= last),
+            ensure(!locking || key < 2 || (forward ? bucket >= last : bucket <= last),
                    "entries out of order");
             last = bucket;
             code = next();
@@ -446,10 +411,7 @@ void party::walk_all()
         }
         if (!locking) return;
         ensure(met == records, "a walk that misses some");
-        must(code, "walk",
-             {TS_NEXT_ENTRY_AT_END, TS_PREVIOUS_ENTRY_AT_START, TS_NEXT_RECORD_AT_END,
-              TS_PREVIOUS_RECORD_AT_START, TS_WALK_NO_RECORDS, TS_FIRST_RECORD_NONE,
-              TS_LAST_RECORD_NONE});
+        must(code, "walk", {TS_NEXT_ENTRY_AT_END, TS_PREVIOUS_ENTRY_AT_START, TS_WALK_NO_RECORDS});
     });
 }
 

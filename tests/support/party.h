@@ -95,7 +95,8 @@ int32_t repeat(const std::function<int32_t()>& call, work_done* done = nullptr);
 int32_t must(int32_t code, const char* what, std::initializer_list<int32_t> others = {});
 void ensure(bool holds, const char* what);
 
-// Opens a data file that others may be opening at the same moment.
+// The library in multi-user mode, and a data file that others may be opening at the same moment.
+void start_shared();
 int32_t open_shared(const std::string& name);
 
 class party {
@@ -118,10 +119,8 @@ private:
     template <class Deed> void as_one_step(Deed&& deed);
     template <class Deed> void with_record_locked(int32_t number, Deed&& deed);
     using index_reader = int32_t (*)(int32_t, int32_t, int32_t, void*, int32_t*);
-    using file_reader = int32_t (*)(int32_t, void*, int32_t*);
     int32_t answer(const std::function<int32_t()>& call);
     int32_t by(index_reader call, size_t key);
-    int32_t by(file_reader call);
     void one_operation();
     void take_facts();
     int32_t some_number();
@@ -133,7 +132,7 @@ private:
     void read(bool locked);
     void read_by_number();
     void change();
-    void change_one(int32_t route, int32_t verb, int32_t number, bool with_key);
+    void change_one(int32_t route, int32_t verb, int32_t number);
     int32_t pick(int32_t route, int32_t number, size_t key, const std::string& value);
     void purge();
     void walk_all();

@@ -75,6 +75,12 @@ int32_t repeat(const std::function<int32_t()>& call, work_done* done)
     return code;
 }
 
+void start_shared()
+{
+    must(tsinit32(), "start");
+    must(tsmuser32('y'), "multi-user mode");
+}
+
 int32_t open_shared(const std::string& name)
 {
     const auto open = [&] {

@@ -15,34 +15,22 @@ full name,n
 a=b,-1
 oak,0
 
-$ tarsil add a.dat a.idx --set 'full name=oak'
+! tarsil add a.dat a.idx --set 'full name=oak'
 tarsil: add: n: has no value: give values that make a record of the file
-[2]
-
-$ tarsil add a.dat a.idx --set n=1 --set n=2
+! tarsil add a.dat a.idx --set n=1 --set n=2
 tarsil: add: --set n=2: 'n' is set twice: set each field once
-[2]
-
-$ tarsil add a.dat a.idx --set n
+! tarsil add a.dat a.idx --set n
 tarsil: add: --set n: has no =: write NAME=VALUE
-[2]
-
-$ tarsil add a.dat a.idx --set m=1
+! tarsil add a.dat a.idx --set m=1
 tarsil: add: --set m=1: there is no field 'm': the fields are full name, n
-[2]
-
-$ tarsil add a.dat a.idx --set n=32768 --partial
+! tarsil add a.dat a.idx --set n=32768 --partial
 tarsil: add: n: '32768' doesn't fit i16 (-32768 to 32767): give a value that the field can hold
-[2]
-
-$ tarsil add a.dat a.idx --set 'full name=too long a name' --partial
+! tarsil add a.dat a.idx --set 'full name=too long a name' --partial
 tarsil: add: full name: the text has 15 bytes, the field 8: give a value that the field can hold
-[2]
-
-$ tarsil add a.dat a.idx --set 'full name=oak' --partial --duplicates no
+! tarsil add a.dat a.idx ./a.idx --set n=1
+tarsil: add: ./a.idx: is given twice: give each index file once
+! tarsil add a.dat a.idx --set 'full name=oak' --partial --duplicates no
 tarsil: add: a.dat: a record with the same value of a key is there already: change the value, or give --duplicates yes
-[2]
-
 $ tarsil add a.dat a.idx --set 'full name=elm' --set n=1 --dry-run; tarsil info a.dat --json | grep records
 a.dat: a record of 10 bytes would be added
     "records": 2,
@@ -63,15 +51,10 @@ a.dat: record 2 updated
 record    2
 full name oak
 n         7
-
-$ tarsil update a.dat 2 a.idx --set 'full name=ash'
+! tarsil update a.dat 2 a.idx --set 'full name=ash'
 tarsil: update: a.dat, record 2: a field of a key changes, so the record can't stay in its place: give --move to delete it and add it anew, under a new number
-[2]
-
-$ tarsil update a.dat 2 a.idx --set 'full name=elm' --move --duplicates no
+! tarsil update a.dat 2 a.idx --set 'full name=elm' --move --duplicates no
 tarsil: update: a.dat, record 2: a record with the same value of a key is there already: the record is deleted now; `tarsil undelete` brings it back
-[2]
-
 $ tarsil undelete a.dat 2; tarsil update a.dat 2 a.idx --set 'full name=ash' --move --json | tr -d ' \n'
 a.dat: record 2 undeleted
 {"file":"a.dat","updated":true,"old_record":2,"record":4}
@@ -84,27 +67,20 @@ elm,1,0
 ash,7,0
 a.dat: sound; 4 records, 1 of them deleted, 116 bytes
 a.idx: sound; 1 key, 10,416 bytes
-
-$ tarsil update a.dat 2 a.idx --set n=1
+! tarsil update a.dat 2 a.idx --set n=1
 tarsil: update: a.dat, record 2: is deleted: bring it back by `tarsil undelete` first
-[2]
-
-$ tarsil update a.dat 99 a.idx --set n=1
+! tarsil update a.dat 99 a.idx --set n=1
 tarsil: update: a.dat, record 99: there is no such record: `tarsil info` tells how many there are
-[2]
-
 $ tarsil update a.dat 1 a.idx --set n=5 --dry-run; tarsil get a.dat 1 --format csv
 a.dat: record 1 would be updated
 _number,full name,n,_deleted
 1,a=b,-1,0
-
 $ tarsil delete a.dat 1; tarsil delete a.dat 1 3; tarsil delete a.dat 9
 a.dat: record 1 deleted
 tarsil: delete: note: record 1 is deleted already
 a.dat: record 3 deleted
 tarsil: delete: a.dat: there is no record 9: `tarsil info` tells how many there are
 [2]
-
 $ tarsil undelete a.dat 1 --dry-run; tarsil undelete a.dat 1 4 --json | tr -d ' \n'
 a.dat: record 1 would be undeleted
 tarsil: undelete: note: record 4 is live already
@@ -136,7 +112,6 @@ ash,7,0
 a.dat: sound; 2 records, 0 of them deleted, 116 bytes
 a.idx: sound; 1 key, 10,416 bytes
 a.dat: 0 deleted records removed, 2 left
-
 $ tarsil delete a.dat 1 > /dev/null; tarsil purge a.dat; tarsil check a.dat a.idx > check.txt; echo $?; tarsil reindex a.dat a.idx
 tarsil: purge: note: a.idx was not given; if it belongs to a.dat, it doesn't learn of this: `tarsil reindex` brings it up to date
 a.dat: 1 deleted record removed, 1 left

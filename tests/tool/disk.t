@@ -1,6 +1,5 @@
 # A full disk and a disk that may not be written.
 ! needs unshare -m mount -t tmpfs none /mnt
-
 $ mkdir disk; cat > on_disk << 'END'
 > mount -t tmpfs -o size=256k none disk || exit 9
 > cd disk

@@ -8,38 +8,31 @@ a.dat: 3 fields, records of 20 bytes
 a.dat: 4 records added
 a.idx: 2 keys over 4 records: (name), (n, name)
 a.dat: record 3 deleted
-
 $ tarsil export a.dat
 name,n,x
 beech,3,0.1
 ash,-2,1e+300
 "e, lm",1,2.5
-
 $ tarsil export a.dat --deleted --format jsonl
 {"name":"beech","n":3,"x":0.1}
 {"name":"ash","n":-2,"x":1e+300}
 {"name":"oak","n":1,"x":-0.0,"_deleted":true}
 {"name":"e, lm","n":1,"x":2.5}
-
 $ tarsil export a.dat --by a.idx:0 --no-header
 ash,-2,1e+300
 beech,3,0.1
 "e, lm",1,2.5
-
 $ tarsil export a.dat --by a.idx:n --from 1 --to 2 --no-header
 "e, lm",1,2.5
-
 $ tarsil export a.dat --by a.idx:n --from 1 --from f --no-header --separator '	'
 beech	3	0.1
 
 $ tarsil export a.dat --from 2 --to 3 --deleted --json
 {"name":"ash","n":-2,"x":1e+300}
 {"name":"oak","n":1,"x":-0.0,"_deleted":true}
-
 $ tarsil export a.dat --from 1 --to 1 --format raw | od -An -tx1
  62 65 65 63 68 00 00 00 03 00 00 00 9a 99 99 99
  99 99 b9 3f
-
 $ tarsil export a.dat --output out.jsonl; cat out.jsonl; tarsil export a.dat --output out.jsonl
 out.jsonl: 3 records
 {"name":"beech","n":3,"x":0.1}
@@ -58,26 +51,15 @@ n
 n
 n
 
-$ tarsil export a.dat --by a.idx:9
+! tarsil export a.dat --by a.idx:9
 tarsil: export: a.idx: has no key 9: its keys are 0 (name), 1 (n, name)
-[2]
-
-$ tarsil export a.dat --by a.idx:x
+! tarsil export a.dat --by a.idx:x
 tarsil: export: a.idx: has no key x: its keys are 0 (name), 1 (n, name)
-[2]
-
-$ tarsil export a.dat --by a.idx:n --from one
+! tarsil export a.dat --by a.idx:n --from one
 tarsil: export: value 1 of the key: 'one' is no number: give a value that the field can hold
-[2]
-
-$ tarsil export a.dat --from ash
+! tarsil export a.dat --from ash
 tarsil: export: 'ash' is no number of a record: give a number from 1 up; values of a key go with --by
-[2]
-
-$ tarsil export a.dat --deleted --format raw
+! tarsil export a.dat --deleted --format raw
 tarsil: export: --deleted with raw bytes: they have no place for the mark: choose csv or jsonl
-[2]
-
-$ tarsil export a.dat --output no/out.csv
+! tarsil export a.dat --output no/out.csv
 tarsil: export: no/out.csv: can't be made: No such file or directory: check the folder and its permissions
-[2]

@@ -1,11 +1,13 @@
-/* tool_hold MODE DATA [SECONDS]: another process on a data file, for the transcripts.
+/* tool_hold MODE FILE [FIRST BYTES]...: another process on a file, for the transcripts, until it is
+ * killed.
  *
- *   open     has it open in multi-user mode
+ *   open     has the data file open in multi-user mode
  *   lock     holds the whole of it in multi-user mode
  *   alone    has it open in single-user mode
+ *   ranges   holds ranges of any file
  *
- * Says "ready" when it has what it wants, and gives it back after so many seconds (60) or when it
- * is killed. */
+ * Says "ready" when it has what it wants. */
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -13,16 +15,34 @@
 
 #include "tarsil32.h"
 
+static int hold_ranges(const char* name, char** words)
+{
+    const int file = open(name, O_RDWR);
+    for (; words[0] != NULL && words[1] != NULL; words += 2) {
+        struct flock range = {.l_type = F_WRLCK};
+        range.l_start = atol(words[0]);
+        range.l_len = atol(words[1]);
+        if (fcntl(file, F_OFD_SETLK, &range) != 0) return 0;
+    }
+    return file >= 0;
+}
+
+static int hold_data_file(const char* mode, const char* name)
+{
+    const char letter = strcmp(mode, "alone") == 0 ? 'n' : 'y';
+    if (tsinit32() != TS_STARTED || tsmuser32(letter) != TS_OK) return 0;
+    const int32_t data = tsopend32(name);
+    return data >= 0 && (strcmp(mode, "lock") != 0 || tslockd32(data) >= 0);
+}
+
 int main(int count, char** words)
 {
     if (count < 3) return 2;
-    const char letter = strcmp(words[1], "alone") == 0 ? 'n' : 'y';
-    if (tsinit32() != TS_STARTED || tsmuser32(letter) != TS_OK) return 2;
-    const int32_t data = tsopend32(words[2]);
-    if (data < 0) return 2;
-    if (strcmp(words[1], "lock") == 0 && tslockd32(data) < 0) return 2;
+    const int has_ranges = strcmp(words[1], "ranges") == 0;
+    if (!(has_ranges ? hold_ranges(words[2], words + 3) : hold_data_file(words[1], words[2])))
+        return 2;
     printf("ready\n");
     fflush(stdout);
-    usleep((useconds_t)(1000000 * (count > 3 ? atof(words[3]) : 60.0)));
-    return tsclosed32(data) == TS_OK ? 0 : 1;
+    pause();
+    return 0;
 }

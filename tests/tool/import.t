@@ -56,25 +56,7 @@ bad.csv, line 19: name: null or \N is no value here: no record ends before its l
 a.dat: 3 records added, 15 refused
 [1]
 
-$ cat refused.csv; tarsil export a.dat --from 4
-id,name,small
-11,"open quote,1
-13,in"side,1
-14,"behind"it,1
-15,columns
-16,too,many,1
-x,letters,1
-1.5,fraction,1
-,empty,1
-2147483648,large,1
-17,number,256
-18,number,-1
-19,too long a name,1
-20,"two
-lines",1
-21,\:bad\q,1
-22,\N,1
-id,name,small
+$ grep -v -e ok -e 'after it' -e last bad.csv | cmp - refused.csv; tarsil export a.dat --from 4 --no-header
 10,ok,1
 12,after it,1
 23,last,255
@@ -89,7 +71,6 @@ $ { echo id,name,small; echo '30,"lost,1'; seq 31 2000 | sed 's/.*/&,fine,1/'; }
 standard input, line 2: a quote isn't closed
 a.dat: 1,970 records would be added, 1 refused
 [1]
-
 $ printf 'id,name,small\n1,twice,1\n50,new,1\n' | tarsil import a.dat a.idx - --duplicates no
 standard input, line 2: a record with the same value of a key is there already
 a.dat: 1 record added, 1 refused
@@ -109,31 +90,22 @@ a.idx: out of step; 1 key, 10,408 bytes
 a.idx: built anew over 9 records: (id)
 
 # Headers.
-$ printf 'id,nme,small\n1,x,1\n' | tarsil import a.dat a.idx -
+! printf 'id,nme,small\n1,x,1\n' | tarsil import a.dat a.idx -
 tarsil: import: standard input, header line: there is no field 'nme': correct the name; --partial passes over such columns
-[2]
-
-$ printf 'id,small\n1,1\n' | tarsil import a.dat a.idx -
+! printf 'id,small\n1,1\n' | tarsil import a.dat a.idx -
 tarsil: import: standard input, header line: no column for the field 'name': add it; with --partial such fields become 0 or empty
-[2]
-
-$ printf 'id,id,name,small\n1,1,x,1\n' | tarsil import a.dat a.idx -
+! printf 'id,id,name,small\n1,1,x,1\n' | tarsil import a.dat a.idx -
 tarsil: import: standard input, header line: 'id' stands twice: remove one of them
-[2]
-
 $ printf 'id;extra;name\n60;?;\n' | tarsil import a.dat a.idx - --partial --separator ';'; tarsil find a.dat a.idx id 60 --format csv
 a.dat: 1 record added
 _number,id,name,small,_deleted
 10,60,,0,0
-
 $ printf '61,by place,\n' | tarsil import a.dat a.idx - --no-header --empty-is-zero; tarsil find a.dat a.idx id 61 --format csv
 a.dat: 1 record added
 _number,id,name,small,_deleted
 11,61,by place,0,0
-
-$ tarsil import a.dat a.idx - < /dev/null
+! tarsil import a.dat a.idx - < /dev/null
 tarsil: import: standard input: has no header line: put the names of the fields there; --no-header goes without
-[2]
 
 # Without names the columns are in the order of the fields.
 $ cp a.dat b.dat; printf 'Number,Title,Size\n70,x,1\n' | tarsil import b.dat - ; tarsil get b.dat 10 --json
@@ -183,30 +155,18 @@ a.dat: sound; 15 records, 1 of them deleted, 367 bytes
 a.idx: sound; 1 key, 10,408 bytes
 
 # Files.
-$ tarsil import a.dat a.idx
+! tarsil import a.dat a.idx
 tarsil: import: a.idx: is no file of rows, but an index file: give the file with the rows last
-[2]
-
-$ tarsil import a.dat a.idx not.csv
+! tarsil import a.dat a.idx not.csv
 tarsil: import: not.csv: can't be read: No such file or directory: check its name and its permissions
-[2]
-
-$ tarsil import a.dat more.csv a.idx
+! tarsil import a.dat more.csv a.idx
 tarsil: import: a.idx: is no file of rows, but an index file: give the file with the rows last
-[2]
-
-$ tarsil import a.dat a.idx .
+! tarsil import a.dat a.idx .
 tarsil: import: .: is a folder: give a file, or - for standard input
-[2]
-
-$ tarsil import a.dat a.idx more.csv --rejects bad.csv
+! tarsil import a.dat a.idx more.csv --rejects bad.csv
 tarsil: import: bad.csv: exists already: choose another name, or remove it first
-[2]
-
-$ tarsil import a.dat a.idx more.csv --format xml
+! tarsil import a.dat a.idx more.csv --format xml
 tarsil: import: --format xml: there is no such format: it is csv, jsonl or raw
-[2]
-
 $ printf 'id,name,small\n95,x,1\n' | tarsil import a.dat a.idx - --dry-run --rejects none.csv; ls none.csv
 a.dat: 1 record would be added
 ls: cannot access 'none.csv': No such file or directory

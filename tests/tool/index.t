@@ -14,7 +14,6 @@ a.idx: sound; 2 keys, 2,552 bytes
 {"name":"oak","n":1,"memo":""}
 {"name":"ash","n":2,"memo":""}
 {"name":"beech","n":3,"memo":""}
-
 $ tarsil index a.dat b.idx --key n --dry-run --json | tr -d ' \n'; ls b*
 {"file":"b.idx","created":false,"records":3,"keys":[{"fields":[{"name":"n","type":"i32","letter":"i","length":4,"offset":8}]}]}ls: cannot access 'b*': No such file or directory
 [2]
@@ -28,38 +27,22 @@ none.idx: sound; 1 key, 10,408 bytes
   key 0: 0 entries in 1 node, depth 1, leaves 0 % full
 
 # Refused: nothing is made.
-$ tarsil index a.dat a.idx --key n
+! tarsil index a.dat a.idx --key n
 tarsil: index: a.idx: exists already: choose another name; `tarsil reindex` builds an index file anew
-[2]
-
-$ tarsil index a.dat b.idx --key nme
+! tarsil index a.dat b.idx --key nme
 tarsil: index: --key nme: there is no field 'nme': the fields are name, n, memo
-[2]
-
-$ tarsil index a.dat b.idx --key memo
+! tarsil index a.dat b.idx --key memo
 tarsil: index: --key memo: 'memo' has 300 bytes: a text in a key has 256 bytes at most
-[2]
-
-$ tarsil index a.dat b.idx --key n --order 1
+! tarsil index a.dat b.idx --key n --order 1
 tarsil: index: b.idx: the order of a key is 1, or so large that its nodes have no room in a file (TS_KEY_BAD_ORDER, -53): give an order of 2 or more, or 0 for the automatic one
-[2]
-
-$ tarsil index a.dat b.idx --key n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n
+! tarsil index a.dat b.idx --key n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n
 tarsil: index: --key n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n,n: too many fields: a key has 16 at most
-[2]
-
-$ tarsil index a.dat b.idx --key n --key n --key n --key n --key n --key n --key n --key n --key n
+! tarsil index a.dat b.idx --key n --key n --key n --key n --key n --key n --key n --key n --key n
 tarsil: index: 9 keys for one index file: it has 8 at most; make a second one
-[2]
-
-$ tarsil index a.idx b.idx --key n
+! tarsil index a.idx b.idx --key n
 tarsil: index: a.idx: is an index file where the data file should stand: give the data file first
-[2]
-
-$ tarsil index a.dat no/b.idx --key n
+! tarsil index a.dat no/b.idx --key n
 tarsil: index: no/b.idx: the index file could not be created (TS_CREATE_INDEX_FAILED, -1005): check the name and the permissions of the folder
-[2]
-
 $ ls -A | grep -v '^.run$'
 a.dat
 a.dat.fields

@@ -3,6 +3,7 @@
 #include <random>
 
 #include "tests/support/child_process.h"
+#include "tests/support/settings.h"
 #include "tests/tool/trees.h"
 
 #include "tarsil32.h"
@@ -119,39 +120,25 @@ TEST_F(interruption, CompactAndThenAnAddByAnotherProgram)
     EXPECT_GT(undone, 0);
 }
 
-TEST_F(interruption, ReindexAtEveryStep)
+// The files beside are as they were, and the next run mends what the killed one left.
+TEST_F(interruption, ReindexAndRepairAtEveryStep)
 {
-    for (int step = 1;; ++step) {
-        SCOPED_TRACE(step);
-        restore();
-        const typed done = stumble("tarsil reindex trees.dat trees.idx", step);
-        EXPECT_EQ(checked_records(), all_records);
-        if (done.status == 0) break;
-        ASSERT_EQ(done.status, killed) << done.err;
-        must("tarsil reindex trees.dat trees.idx");
-        EXPECT_FALSE(is_there("trees.idx.reindexing"));
+    const std::string torn = read("trees.dat").substr(0, size_t(frame_of(250) + 20));
+    for (const std::string command : {"reindex trees.dat trees.idx", "repair trees.dat"}) {
+        const bool repairs = command.starts_with("repair");
+        for (int step = 1;; ++step) {
+            SCOPED_TRACE(command + std::to_string(step));
+            restore();
+            if (repairs) write("trees.dat", torn);
+            const typed done = stumble("tarsil " + command, step);
+            if (!repairs) { EXPECT_EQ(checked_records(), all_records); }
+            if (done.status == 0) break;
+            ASSERT_EQ(done.status, killed) << done.err;
+            must("tarsil " + command);
+            EXPECT_FALSE(is_there("trees.idx.reindexing"));
+            must("tarsil check trees.dat");
+        }
     }
-}
-
-TEST_F(interruption, RepairAtEveryStep)
-{
-    for (int step = 1;; ++step) {
-        SCOPED_TRACE(step);
-        restore();
-        cut("trees.dat", size_t(frame_of(250) + 20));
-        set_header_back(100);
-        const typed done = stumble("tarsil repair trees.dat", step);
-        if (done.status == 0) break;
-        ASSERT_EQ(done.status, killed) << done.err;
-        must("tarsil repair trees.dat");
-        EXPECT_NE(must("tarsil check trees.dat").find("249 records"), std::string::npos);
-    }
-}
-
-long told_or(const char* name, long otherwise)
-{
-    const char* const told = std::getenv(name);
-    return told != nullptr ? std::atol(told) : otherwise;
 }
 
 TEST_F(interruption, AtRandomMoments)
@@ -160,37 +147,29 @@ TEST_F(interruption, AtRandomMoments)
     constexpr int live = many - many / 7;
     must("rm -rf far kept trees.*");
     make_all(many);
-    const long rounds = told_or("TOOL_KILL_ROUNDS", 10);
-    const long seed = told_or("TOOL_KILL_SEED", std::random_device()() & 0xFFFFFF);
+    const long long rounds = support::setting("TOOL_KILL_ROUNDS", 10);
+    const long long seed = support::setting("TOOL_KILL_SEED", std::random_device()() & 0xFFFFFF);
     std::mt19937 random(static_cast<unsigned>(seed));
     for (const std::string command : {"compact", "reindex"}) {
+        const std::string line = "tarsil " + command + " " + all_files;
         const auto start = std::chrono::steady_clock::now();
-        must("tarsil " + command + " " + all_files);
-        const auto took = std::chrono::steady_clock::now() - start;
-        std::uniform_real_distribution<double> moment(0.0,
-                                                      std::chrono::duration<double>(took).count());
-        int kills = 0;
-        int finished = 0;
-        for (long round = 0; round < rounds; ++round) {
+        must(line);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        std::uniform_real_distribution<double> moment(0.001, took.count());
+        long long kills = 0;
+        for (long long round = 0; round < rounds; ++round) {
             restore();
-            const std::string delay = std::to_string(moment(random) + 0.001);
+            const std::string delay = std::to_string(moment(random));
             SCOPED_TRACE("seed " + std::to_string(seed) + ": " + command + ", " + delay);
-            kills +=
-                type("timeout -s KILL " + delay + " tarsil " + command + " " + all_files).status ==
-                killed;
+            kills += type("timeout -s KILL " + delay + " " + line).status == killed;
             const int records = checked_records();
             const bool is_compacted = command == "compact" && records == live;
-            finished += is_compacted ? 1 : 0;
             EXPECT_TRUE(is_compacted || records == many);
             EXPECT_TRUE(is_compacted || command == "reindex" || is_as_before());
             must("tarsil get trees.dat 1");
             EXPECT_EQ(checked_records(), records);
         }
-        std::printf("seed %ld: %s killed in %d of %ld rounds%s\n", seed, command.c_str(), kills,
-                    rounds,
-                    command == "compact"
-                        ? (", " + std::to_string(finished) + " compacted all the same").c_str()
-                        : "");
+        support::tell_total(("kills of tarsil " + command).c_str(), kills, seed);
         EXPECT_GT(kills, 0);
     }
 }

@@ -123,7 +123,6 @@ v.dat: 1 record added
 tarsil: export: a record of 1 byte ends inside the field 'a': --format raw takes it as it is; or describe the records anew by --fields
 a,b,t
  01 00 00 00 41
-
 $ printf '\001\0\0' | tarsil import v.dat - --format raw; printf '\003\0\0\0A' | tarsil import v.dat - --format raw
 > printf 'short' | tarsil import t.dat - --format raw
 tarsil: import: standard input, record 1: has no length: check that the file holds records behind their lengths
@@ -149,12 +148,9 @@ none.dat: 1 record added
 record
 Aabc
 none.dat: sound; 1 record, 0 of them deleted, 40 bytes
-
 $ echo 'mine own c 1' > one.dat.fields; tarsil get one.dat 1 --json; tarsil update one.dat 1 --set rest=xy; tarsil get one.dat 1 --json
 {"_number":1,"mine own":65,"rest":"abc"}
 one.dat: record 1 updated
 {"_number":1,"mine own":65,"rest":"xy"}
-
-$ tarsil get one.dat 1 --fields none.fields
+! tarsil get one.dat 1 --fields none.fields
 tarsil: get: none.fields: can't be read: No such file or directory: check its name and its permissions
-[2]

@@ -9,7 +9,6 @@ $ groff -man -ww -z "$TOOL_TEXTS/tarsil.1"; groff -man -Tascii "$TOOL_TEXTS/tars
        tarsil check DATA [INDEX...]  [options]
        tarsil compact DATA [INDEX...]  [options]
        tarsil explain [CODE...]  [options]
-
 $ for name in $(tarsil --help | sed -n '/^Subcommands/,$s/^  \([a-z]*\) .*/\1/p'); do grep -q "^.SS tarsil $name$" "$TOOL_TEXTS/tarsil.1" || echo "no $name"; done
 
 $ cat > complete << 'END'
