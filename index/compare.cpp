@@ -239,7 +239,8 @@ template <class user> auto with_kind(const search_field& field, const user& use)
 // Entries are passed by the block: each is looked at, so that none waits for the answer of the one
 // before it.
 constexpr int32_t block_entries = 8;
-constexpr int32_t fetched_ahead = 1024; // bytes: what a scan comes to later is brought meanwhile
+constexpr ptrdiff_t line_bytes = 64;
+constexpr int32_t fetched_ahead = 2048; // bytes: what a scan comes to later is brought meanwhile
 
 template <class kind>
 bool is_behind_block(const kind& field, const unsigned char* entry, ptrdiff_t stride)
@@ -374,16 +375,18 @@ scan_result scan(const entry_run& run, const kind& first, tie_break& ties, int32
 {
     constexpr std::make_integer_sequence<int32_t, block_entries> block_places;
     const unsigned char* entry = run.entries;
+    const ptrdiff_t block_bytes = ptrdiff_t{block_entries} * run.stride;
     for (position = 0; position < run.count;) {
         const int32_t stop = std::min(position + block_entries, run.count);
-        __builtin_prefetch(entry + fetched_ahead);
+        for (ptrdiff_t i = 0; i < block_bytes; i += line_bytes)
+            __builtin_prefetch(entry + fetched_ahead + i);
         const bool passes = stop - position == block_entries &&
                             (is_behind_at_once(first, entry, run.stride, block_places) ||
                              (is_equal_block(first, entry, run.stride) &&
                               ties.is_behind_equal_block(entry, run.stride)));
         if (passes) {
             position = stop;
-            entry += ptrdiff_t{block_entries} * run.stride;
+            entry += block_bytes;
             continue;
         }
         for (; position < stop; ++position, entry += run.stride) {

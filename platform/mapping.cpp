@@ -40,9 +40,11 @@ constexpr bool mapping_is_wanted = false;
 
 constexpr size_t first_bytes = 8;
 constexpr size_t line_bytes = 64; // of the processor's caches
-constexpr size_t fetched_bytes = 1024;
-constexpr size_t chunk_bytes = 32;     // stored by one or two instructions
-constexpr size_t zero_run_bytes = 256; // as many zeros in a row are worth a system call
+constexpr size_t fetched_bytes = 2048;
+constexpr size_t lines_behind = 2;        // of a few bytes that are read: what they tell of follows
+constexpr size_t read_ahead_bytes = 1024; // where one reads on, the next page too is there in time
+constexpr size_t chunk_bytes = 32;        // stored by one or two instructions
+constexpr size_t zero_run_bytes = 256;    // as many zeros in a row are worth a system call
 
 // Written to the file, never to. Static, so that it takes no room in the library's file.
 uint8_t growth_zeros[growth_step_bytes];
@@ -73,23 +75,43 @@ int64_t size_in_file_system(const open_file& entry)
     return fstat(entry.descriptor, &facts) == 0 ? facts.st_size : -1;
 }
 
-// Whether the bytes from `place` on are zeros to the end of its page; after many of them we don't
-// look further. The page must be in a guarded copy.
-bool zeros_follow(const uint8_t* place)
+[[gnu::noinline]] bool is_zero_run(const uint8_t* place, size_t bytes)
 {
-    const uintptr_t left = page_bytes - (reinterpret_cast<uintptr_t>(place) & (page_bytes - 1));
-    const uint8_t* const end = place + std::min<size_t>(left, zero_run_bytes);
+    const uint8_t* const end = place + std::min(bytes, zero_run_bytes);
     uint64_t word = 0;
     for (; end - place >= 8 && word == 0; place += 8) std::memcpy(&word, place, 8);
     for (; place < end && word == 0; ++place) word = *place;
     return word == 0;
 }
 
+// Whether the bytes from `place` on are zeros to the end of its page; after many of them we don't
+// look further, and the first eight tell nearly always. The page must be in a guarded copy.
+inline bool zeros_follow(const uint8_t* place)
+{
+    const uintptr_t left = page_bytes - (reinterpret_cast<uintptr_t>(place) & (page_bytes - 1));
+    uint64_t word = 0;
+    if (left >= sizeof word) std::memcpy(&word, place, sizeof word);
+    return word == 0 && is_zero_run(place, left);
+}
+
+// Most reads are of eight bytes, a frame, with more to be read behind them.
+inline void copy_frame_or_body(const uint8_t* from, uint8_t* buffer, size_t bytes)
+{
+    __builtin_prefetch(from + read_ahead_bytes);
+    if (bytes != first_bytes) {
+        std::memcpy(buffer, from, bytes);
+        return;
+    }
+    for (size_t i = 1; i <= lines_behind; ++i) __builtin_prefetch(from + i * line_bytes);
+    std::memcpy(buffer, from, first_bytes);
+}
+
 // False if a page was missing; `may_be_cut` tells whether what was read may be what a cut has left.
-bool copy_out(const uint8_t* from, uint8_t* buffer, size_t bytes, bool& may_be_cut)
+[[gnu::always_inline]] inline bool copy_out(const uint8_t* from, uint8_t* buffer, size_t bytes,
+                                            bool& may_be_cut)
 {
     begin_guarded_copy(from, bytes);
-    std::memcpy(buffer, from, bytes);
+    copy_frame_or_body(from, buffer, bytes);
     may_be_cut = buffer[bytes - 1] == 0 && zeros_follow(from + bytes - 1);
     return end_guarded_copy();
 }
@@ -174,7 +196,7 @@ bool is_allocated(open_file& entry, int64_t end)
 
 // Nothing is known any more of what the mapping holds; pages that took the place of missing ones go
 // with it.
-bool give_up(open_file& entry)
+[[gnu::cold]] bool give_up(open_file& entry)
 {
     unmap_file(entry);
     return false;
@@ -224,20 +246,39 @@ void forget_view(open_file& entry)
     leave_guard();
 }
 
-bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved)
+namespace {
+
+// What lies beyond the length as we know it, and what a cut may have left.
+[[gnu::noinline]] bool read_doubtful(open_file& entry, uint8_t* buffer, uint32_t bytes,
+                                     uint32_t& moved)
 {
-    const int64_t end = int64_t{entry.position} + bytes;
-    if (end > entry.view.length && !has_known_size(entry)) return false;
+    if (!has_known_size(entry)) return false;
     const int64_t there = std::min<int64_t>(int64_t{entry.view.length} - entry.position, bytes);
     if (there <= 0) return true;
 
-    const uint8_t* const place = entry.view.bytes + entry.position;
     const size_t count = static_cast<size_t>(there);
-    bool may_be_cut = false;
-    if (!copy_out(place, static_cast<uint8_t*>(buffer), count, may_be_cut)) return give_up(entry);
-    if (may_be_cut && !has_known_size(entry)) return false;
+    bool may_be_cut = false; // Its size has just been asked for.
+    if (!copy_out(entry.view.bytes + entry.position, buffer, count, may_be_cut))
+        return give_up(entry);
     entry.position += static_cast<int32_t>(count);
     moved = static_cast<uint32_t>(count);
+    return true;
+}
+
+} // namespace
+
+bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved)
+{
+    uint8_t* const target = static_cast<uint8_t*>(buffer);
+    const int64_t end = int64_t{entry.position} + bytes;
+    bool is_doubtful = end > entry.view.length;
+    if (bytes == 0) return true;
+    if (!is_doubtful && !copy_out(entry.view.bytes + entry.position, target, bytes, is_doubtful))
+        return give_up(entry);
+    if (is_doubtful) [[unlikely]]
+        return read_doubtful(entry, target, bytes, moved);
+    entry.position = static_cast<int32_t>(end);
+    moved = bytes;
     return true;
 }
 

@@ -36,7 +36,8 @@ void advance(open_file& entry, uint32_t& moved, ssize_t step)
     moved += static_cast<uint32_t>(step);
 }
 
-bool read_by_calls(open_file& entry, uint8_t* target, uint32_t bytes, uint32_t& moved)
+[[gnu::noinline]] bool read_by_calls(open_file& entry, uint8_t* target, uint32_t bytes,
+                                     uint32_t& moved)
 {
     while (moved < bytes) {
         const ssize_t step = pread(entry.descriptor, target + moved, bytes - moved, entry.position);
