@@ -125,55 +125,38 @@ TEST_F(Platform, CreationNeverTouchesAnExistingFile)
     EXPECT_EQ(open(name("b")), no_file);
 }
 
-// Each row: one open stands, a second one is asked for. A creation stands like an open.
+// One open stands, a second one is asked for: both have to share. A creation stands like an open.
 TEST_F(Platform, ShareModesLetInWhomTheySay)
 {
-    struct row {
-        share standing;
-        access asked_access;
-        share asked;
-        bool granted;
-    };
-    const row rows[] = {
-        {share::none, both, share::none, false},
-        {share::none, both, share::read_write, false},
-        {share::none, access::read_only, share::none, false},
-        {share::none, access::read_only, share::read_write, false},
-        {share::read_write, both, share::none, false},
-        {share::read_write, both, share::read_write, true},
-        {share::read_write, access::read_only, share::none, false},
-        {share::read_write, access::read_only, share::read_write, true},
-    };
     const std::string a = name("a");
     ASSERT_TRUE(CloseHandle(create(a)));
+    const auto try_both = [&](const std::string& file, bool is_new, share standing_mode,
+                              access asked_access, share asked) {
+        const file_handle standing = is_new ? create(file, standing_mode)
+                                            : open(file, both, standing_mode);
+        ASSERT_NE(standing, no_file);
+        const bool granted = standing_mode == share::read_write && asked == share::read_write;
+        EXPECT_EQ(CloseHandle(open(file, asked_access, asked)), granted);
+        EXPECT_TRUE(CloseHandle(standing));
+        EXPECT_TRUE(CloseHandle(open(file, asked_access, asked))) << "once nobody has it open";
+    };
     int line = 0;
-    for (const row& r : rows) {
-        SCOPED_TRACE(line++);
-        const std::string fresh = name(("fresh" + std::to_string(line)).c_str());
-        for (const std::string& file : {a, fresh}) {
-            const file_handle standing = file == a ? open(file, both, r.standing)
-                                                   : create(file, r.standing);
-            ASSERT_NE(standing, no_file);
-            const file_handle second = open(file, r.asked_access, r.asked);
-            EXPECT_EQ(second != no_file, r.granted);
-            EXPECT_EQ(CloseHandle(second), r.granted);
-            EXPECT_TRUE(CloseHandle(standing));
-            const file_handle later = open(file, r.asked_access, r.asked);
-            EXPECT_NE(later, no_file) << "once nobody else has it open";
-            EXPECT_TRUE(CloseHandle(later));
+    for (const share standing : {share::none, share::read_write}) {
+        for (const access asked_access : {both, access::read_only}) {
+            for (const share asked : {share::none, share::read_write}) {
+                SCOPED_TRACE(++line);
+                try_both(a, false, standing, asked_access, asked);
+                try_both(name(std::to_string(line).c_str()), true, standing, asked_access, asked);
+            }
         }
     }
-}
-
-TEST_F(Platform, EveryOneOfManySharersCountsForAnOpenAlone)
-{
-    const std::string a = name("a");
-    const file_handle sharers[] = {create(a), open(a), open(a, access::read_only)};
+    const file_handle sharers[] = {create(name("b")), open(name("b")),
+                                   open(name("b"), access::read_only)};
     for (const file_handle sharer : sharers) {
-        EXPECT_EQ(open(a, both, share::none), no_file);
+        EXPECT_EQ(open(name("b"), both, share::none), no_file) << "each of them counts";
         EXPECT_TRUE(CloseHandle(sharer));
     }
-    EXPECT_NE(open(a, both, share::none), no_file);
+    EXPECT_NE(open(name("b"), both, share::none), no_file);
 }
 
 TEST_F(Platform, AReadOnlyHandleReadsAndDoesNotWrite)
@@ -211,17 +194,6 @@ TEST_P(PlatformTransfers, TransfersMoveThePositionByTheBytesMoved)
     EXPECT_EQ(get_all(file), std::string("0123ab6789\0\0z", 13)) << "the gap reads as zeros";
 }
 
-TEST_F(Platform, EachHandleHasItsOwnPositionAndSeesTheOthersBytes)
-{
-    const file_handle one = file_of("a", "abcdef");
-    const file_handle other = open(name("a"));
-    EXPECT_EQ(get(one, 3), "abc");
-    EXPECT_EQ(position(other), 0U);
-    EXPECT_TRUE(put(other, "AB"));
-    EXPECT_EQ(position(one), 3U);
-    EXPECT_EQ(get_all(one), "ABcdef");
-}
-
 TEST_P(PlatformTransfers, LargeTransfersAreWhole)
 {
     std::string large(3 << 20, '\0');
@@ -232,39 +204,31 @@ TEST_P(PlatformTransfers, LargeTransfersAreWhole)
 
 TEST_P(PlatformTransfers, PositioningIsAbsoluteRelativeOrFromTheEnd)
 {
-    struct row {
-        int32_t before;
-        int32_t distance;
+    constexpr uint32_t refused = invalid_position;
+    constexpr int32_t most = max_file_bytes;
+    const struct {
+        int32_t before, distance;
         origin from;
         uint32_t answer;
-    };
-    constexpr uint32_t refused = invalid_position;
-    const row rows[] = {
-        {3, 0, origin::begin, 0},
-        {3, 7, origin::begin, 7},
-        {3, max_file_bytes, origin::begin, max_file_bytes},
-        {3, -1, origin::begin, refused},
-        {3, INT_MIN, origin::begin, refused},
-        {3, 0, origin::current, 3},
-        {3, 4, origin::current, 7},
-        {3, -3, origin::current, 0},
-        {3, -4, origin::current, refused},
-        {3, max_file_bytes - 3, origin::current, max_file_bytes},
-        {3, max_file_bytes - 2, origin::current, refused},
-        {max_file_bytes, 1, origin::current, refused},
-        {max_file_bytes, max_file_bytes, origin::current, refused},
-        {3, 0, origin::end, 10},
-        {3, -10, origin::end, 0},
-        {3, -11, origin::end, refused},
-        {3, 5, origin::end, 15},
-        {3, max_file_bytes - 9, origin::end, refused},
-    };
+    } rows[] = {{3, 0, origin::begin, 0},
+                {3, most, origin::begin, most},
+                {3, -1, origin::begin, refused},
+                {3, INT_MIN, origin::begin, refused},
+                {3, 4, origin::current, 7},
+                {3, -3, origin::current, 0},
+                {3, -4, origin::current, refused},
+                {3, most - 3, origin::current, most},
+                {3, most - 2, origin::current, refused},
+                {most, most, origin::current, refused},
+                {3, 0, origin::end, 10},
+                {3, -10, origin::end, 0},
+                {3, -11, origin::end, refused},
+                {3, 5, origin::end, 15},
+                {3, most - 9, origin::end, refused}};
     const file_handle file = file_of("a", "0123456789", GetParam());
-    int line = 0;
-    for (const row& r : rows) {
-        SCOPED_TRACE(line++);
+    for (const auto& r : rows) {
         SetFilePointer(file, r.before, origin::begin);
-        EXPECT_EQ(SetFilePointer(file, r.distance, r.from), r.answer);
+        EXPECT_EQ(SetFilePointer(file, r.distance, r.from), r.answer) << r.before << r.distance;
         const uint32_t before = static_cast<uint32_t>(r.before);
         EXPECT_EQ(position(file), r.answer == refused ? before : r.answer);
     }
@@ -288,49 +252,41 @@ TEST_P(PlatformTransfers, NoTransferEndsBeyondTheLargestFile)
     EXPECT_EQ(SetFilePointer(file, 0, origin::end), 3U);
 }
 
-// Each row: the range 100, 10 is held by one handle; then a range is asked for by the same handle
-// and, before that, by another one. The answer is the same for both.
+// The range 100, 10 is held by one handle; another one asks for ranges, and then the same handle.
 TEST_F(Platform, ALockExcludesEveryOverlapFromEverybody)
 {
-    struct row {
-        int32_t offset;
-        int32_t length;
-        bool granted;
-    };
-    const row rows[] = {
-        {100, 10, false},
-        {100, 1, false},
-        {109, 1, false},
-        {104, 2, false},
-        {99, 2, false},
-        {109, 2, false},
-        {90, 30, false},
-        {0, max_file_bytes, false},
-        {90, 10, true},
-        {110, 10, true},
-        {0, 100, true},
-        {110, max_file_bytes, true},
-        {max_file_bytes, 1, true},
-        {max_file_bytes, max_file_bytes, true},
-        {50, 0, false},
-        {104, 0, false},
-        {50, -1, false},
-        {104, INT_MIN, false},
-        {-1, 1, false},
-        {-1, 200, false},
-        {INT_MIN, max_file_bytes, false},
-    };
+    const std::pair<int32_t, int32_t> refused[] = {{100, 10},
+                                                   {100, 1},
+                                                   {109, 1},
+                                                   {104, 2},
+                                                   {99, 2},
+                                                   {109, 2},
+                                                   {90, 30},
+                                                   {0, max_file_bytes},
+                                                   // None, and none at all.
+                                                   {50, 0},
+                                                   {104, 0},
+                                                   {50, -1},
+                                                   {104, INT_MIN},
+                                                   {-1, 1},
+                                                   {-1, 200},
+                                                   {INT_MIN, max_file_bytes}};
+    const std::pair<int32_t, int32_t> granted[] = {{90, 10},
+                                                   {110, 10},
+                                                   {0, 100},
+                                                   {110, max_file_bytes},
+                                                   {max_file_bytes, 1},
+                                                   {max_file_bytes, max_file_bytes}};
     const file_handle holder = file_of("a", "shorter than the ranges");
     EXPECT_FALSE(LockFile(holder, 0, 0)) << "while nobody else has the file open";
     const file_handle other = open(name("a"));
     ASSERT_TRUE(LockFile(holder, 100, 10));
-    int line = 0;
-    for (const row& r : rows) {
-        SCOPED_TRACE(line++);
-        for (const file_handle file : {other, holder}) {
-            EXPECT_EQ(LockFile(file, r.offset, r.length), r.granted);
-            if (!r.granted) continue;
-            EXPECT_TRUE(UnlockFile(file, r.offset, r.length));
+    for (const file_handle file : {other, holder}) {
+        for (const auto& [offset, length] : refused)
+            EXPECT_FALSE(LockFile(file, offset, length)) << offset << ", " << length;
+        for (const auto& [offset, length] : granted) {
+            EXPECT_TRUE(LockFile(file, offset, length)) << offset << ", " << length;
+            EXPECT_TRUE(UnlockFile(file, offset, length)) << offset << ", " << length;
         }
     }
     EXPECT_TRUE(UnlockFile(holder, 100, 10));
@@ -366,13 +322,16 @@ TEST_F(Platform, AReleaseUndoesExactlyOneLock)
     EXPECT_TRUE(is_free(0, max_file_bytes));
 }
 
-TEST_F(Platform, FiveRangesAndTheHoldersOwnTransfersGoTogether)
+TEST_F(Platform, EachHandleHasItsOwnPositionAndTransfersUnderItsOwnRanges)
 {
     const file_handle holder = file_of("a", "0123456789");
+    const file_handle other = open(name("a"));
     for (int32_t i = 0; i < 5; ++i) ASSERT_TRUE(LockFile(holder, 2 * i, 2));
     EXPECT_EQ(position(holder), 0U);
     EXPECT_EQ(get(holder, 6), "012345");
+    EXPECT_EQ(position(other), 0U);
     EXPECT_TRUE(put(holder, "abcdef"));
+    EXPECT_EQ(get_all(other), "012345abcdef");
     EXPECT_EQ(get_all(holder), "012345abcdef");
     for (const int32_t i : {3, 0, 4, 1, 2}) EXPECT_TRUE(UnlockFile(holder, 2 * i, 2));
 }

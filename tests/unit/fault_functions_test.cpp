@@ -409,5 +409,21 @@ TEST_F(FunctionFaults, EveryCallOfEveryFunction)
                seed);
 }
 
+// The same calls where what they need isn't open.
+TEST_F(FunctionFaults, NothingIsDoneOnFilesThatAreNotOpen)
+{
+    for (const row& each : rows) {
+        SCOPED_TRACE(each.function);
+        if (each.files == none || each.files == closed) continue;
+        start_over(mode::shared);
+        EXPECT_EQ(each.call(), TS_DATA_NOT_OPEN);
+        const std::string function = each.function;
+        const bool by_index = function.find("i32") != std::string::npos;
+        if (each.files != indexed || !by_index) continue;
+        ASSERT_EQ(tscrdata32("d", record_bytes, 0, nullptr), 0);
+        EXPECT_EQ(each.call(), TS_INDEX_NOT_OPEN);
+    }
+}
+
 } // namespace
 } // namespace tarsil::support

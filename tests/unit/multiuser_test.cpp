@@ -51,8 +51,13 @@ TEST_F(MultiUser, SwitchingTheMode)
     for (int32_t letter = CHAR_MIN; letter <= CHAR_MAX; ++letter) {
         if (letter != 0 && std::strchr("nNyY", letter) != nullptr) continue;
         EXPECT_EQ(tsmuser32(static_cast<char>(letter)), TS_BAD_MULTI_USER_LETTER) << letter;
+        EXPECT_EQ(tsautoup32(static_cast<char>(letter)), TS_BAD_AUTO_UPDATE_LETTER) << letter;
     }
     EXPECT_TRUE(is_shared());
+    for (const char letter : {'y', 'N', 'Y', 'n'}) {
+        EXPECT_EQ(tsautoup32(letter), TS_OK);
+        EXPECT_EQ(is_write_through(), letter == 'y' || letter == 'Y');
+    }
 }
 
 TEST_F(MultiUser, WhichCodeWins)
