@@ -13,13 +13,6 @@ using platform::share;
 
 namespace {
 
-file_handle ask_platform(const char* name, access wanted_access, share wanted_share,
-                         disposition how)
-{
-    if (name == nullptr || name[0] == 0) return platform::no_file;
-    return platform::CreateFileA(name, wanted_access, wanted_share, how);
-}
-
 share share_of_mode() { return is_shared() ? share::read_write : share::none; }
 
 int32_t bytes_or_failure(bool done, uint32_t moved)
@@ -33,12 +26,12 @@ int32_t bytes_or_failure(bool done, uint32_t moved)
 
 file_handle open_file(const char* name, access wanted_access, share wanted_share)
 {
-    return ask_platform(name, wanted_access, wanted_share, disposition::open_existing);
+    return platform::CreateFileA(name, wanted_access, wanted_share, disposition::open_existing);
 }
 
 file_handle create_file(const char* name, access wanted_access, share wanted_share)
 {
-    return ask_platform(name, wanted_access, wanted_share, disposition::create_new);
+    return platform::CreateFileA(name, wanted_access, wanted_share, disposition::create_new);
 }
 
 file_handle open_shared_file(const char* name)

@@ -158,8 +158,6 @@ TEST_F(DataFiles, OneOpenInSingleUserModeManyInMultiUserMode)
     EXPECT_EQ(sim::bytes("somebody's"), "bytes");
 }
 
-// --- Reads where there is nothing, and after a failure -------------------------------------------
-
 enum read : uint8_t { first, last, next, previous, current, frame_only, by_number };
 
 int32_t do_read(int32_t which, int32_t number = 1, std::string* body = nullptr)
@@ -459,9 +457,18 @@ TEST_F(DataFiles, HostileHeadersLeadToNoWriteAndNoBlock)
         EXPECT_LT(purge(), 0);
         EXPECT_EQ(sim::bytes("d"), bytes);
     }
+    const std::string frames = frame("1111") + frame("2222", 'd');
+    for (const auto& [records, end] :
+         {std::pair{2, INT32_MIN}, {2, -1}, {2, 0}, {2, 27}, {2, 51}, {-1, 52}, {INT32_MAX, 52}}) {
+        start_over(mode::single);
+        sim::set_bytes("d", data_file(records, 1, 4, end, frames));
+        ASSERT_EQ(tsopend32("d"), 0);
+        EXPECT_LT(tsadd32(0, "abcd", 4, 'y'), 0);
+        EXPECT_EQ(stored(), frames);
+    }
     start_over(mode::single);
     for (const int32_t count : {INT32_MAX, INT32_MIN}) {
-        sim::set_bytes("d", data_file(2, count, 4, 52, frame("1111") + frame("2222", 'd')));
+        sim::set_bytes("d", data_file(2, count, 4, 52, frames));
         ASSERT_EQ(tsopend32("d"), 0);
         EXPECT_EQ(count > 0 ? tsdeld32(0, 1) : tsundeld32(0, 2), TS_OK);
         EXPECT_EQ(data_slots[0].header.deleted_count, count);

@@ -193,7 +193,10 @@ TEST_F(IndexFiles, ACloseEndsAnIndexOnceAndWithItsRanges)
     EXPECT_EQ(tsopeni32(0, name, cursors), TS_BAD_CURSOR_LETTER);
     EXPECT_EQ(data_slots[0].open_index_count, 1);
     ASSERT_EQ(tslocki32(0, 0), 1);
+    index_of(0, 0).dirty = yes; // from before the mode was switched
+    sim::count_afresh();
     EXPECT_EQ(tsclosei32(0, 0), TS_OK); // for the range see the end of every test
+    EXPECT_EQ(sim::calls(sim::call::write), 0U);
     EXPECT_EQ(tsclosei32(0, 0), TS_INDEX_NOT_OPEN);
     expect_nothing_open();
 }
@@ -278,11 +281,16 @@ TEST_F(IndexFiles, DamagedFilesAreRefused)
         {geometry(107374180, 107374180 * 20 + 8), TS_INDEX_BAD_KEY_RECORD}, // past any file
         {geometry(107374000, 107374000 * 20 + 8), TS_NODE_READ_SHORT},      // past this one
         {with(whole, second + 8, 17), TS_INDEX_BAD_KEY_RECORD},
+        {with(with(geometry(4, 4 * 8 + 8), second + 8, 0), second + 12, 4),
+         TS_INDEX_BAD_KEY_RECORD}, // a key without fields
         {with(whole, second + 12, 11), TS_INDEX_BAD_KEY_RECORD},
         {with(whole, second + 16, 2215), TS_INDEX_BAD_KEY_RECORD},
         {with(whole, second + 16, 2217 + 56), TS_NODE_READ_SHORT},
         {with(whole, second + 16, 0x7fffffff), TS_NODE_READ_SHORT},
         {with(whole, second + 20, 'x'), TS_INDEX_BAD_KEY_RECORD},
+        {with(with(with(geometry(4, 4 * 11 + 8), second + 12, 7), second + 20, 'x'), second + 24,
+              unknown_letter),
+         TS_INDEX_BAD_KEY_RECORD},
         {with(with(whole, second + 24, 8), second + 40, 0),
          TS_INDEX_BAD_KEY_RECORD}, // the sum stays
         {with(whole, tail, -1), TS_NODE_DAMAGED},
