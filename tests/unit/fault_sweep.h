@@ -8,9 +8,8 @@
 // that everything can be released and closed afterwards, and no block of memory is left; and that
 // the checkers then find nothing but what the workload allows.
 //
-// A test of very many workloads lets one call in so many fail in a short run, beginning with another
-// one in each. TARSIL32_FAULT_ROUNDS=1 lets every call fail, 2 twice, from other records;
-// TARSIL32_FAULT_SEED chooses them.
+// TARSIL32_FAULT_ROUNDS says how often all that is done, each time with other records, and
+// TARSIL32_FAULT_SEED with which.
 #pragma once
 
 #include "check/index_check.h"
@@ -76,13 +75,11 @@ class FaultSweep : public Library {
 protected:
     void sweep_workload(const workload& work, mode in_mode);
 
-    // What a test looks at beside: right behind the call, and at the files when all is closed.
+    // What a test looks at beside, right behind the call.
     virtual void look_at_reference(const reference&) {}
     virtual void look_at_state(const failed_call&) {}
-    virtual void look_at_files(const failed_call&, const found_files&) {}
 
     uint64_t failures_made = 0;
-    uint64_t failures_every_ = 1;
 
 private:
     uint64_t turn_ = 0;   // of workloads; in every other one nodes are read, not looked at
