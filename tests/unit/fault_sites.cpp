@@ -202,28 +202,25 @@ struct judge {
     int32_t success;
     bool shared;
 
-    size_t last_release() const
+    // The place of the first such call, or the end.
+    template <class Test> size_t first(const Test& is_it) const
+    {
+        return static_cast<size_t>(std::find_if(all.begin(), all.end(), is_it) - all.begin());
+    }
+
+    template <class Test> size_t last(const Test& is_it) const
     {
         size_t at = all.size();
-        while (at-- > 0 && all[at].what != step::give_back) {}
+        while (at-- > 0 && !is_it(all[at])) {}
         return at;
     }
 
-    std::string first_index_held() const
+    bool is_of_first_index_held(const sim::logged& range) const
     {
-        const auto is_it = [](const fault_site& site) {
+        const size_t held = first([](const fault_site& site) {
             return site.what == step::place && !is_data(site.call.file) && is_whole_file(site.call);
-        };
-        const auto found = std::find_if(all.begin(), all.end(), is_it);
-        return found == all.end() ? std::string() : found->call.file;
-    }
-
-    size_t first_release_of_header() const
-    {
-        const auto is_it = [](const fault_site& site) {
-            return site.what == step::give_back && !site.in_flush && is_header_bracket(site.call);
-        };
-        return static_cast<size_t>(std::find_if(all.begin(), all.end(), is_it) - all.begin());
+        });
+        return held < all.size() && range.file == all[held].call.file;
     }
 
     // The release of the header bracket by an add, behind the last header that it writes.
@@ -232,12 +229,10 @@ struct judge {
         if (!serves_range(site) || site.in_flush || site.transfer == nowhere) return false;
         if (!is_among(function, {"tsadd32", "tsupd32", "tsupcd32", "tsupi32"})) return false;
         const sim::logged& range = all[site.range].call;
-        if (range.kind != call::unlock || !is_header_bracket(range)) return false;
-        const auto is_header = [](const fault_site& each) {
-            return each.call.kind == call::write && is_header_bracket(each.call);
-        };
-        const auto last = std::find_if(all.rbegin(), all.rend(), is_header);
-        return last != all.rend() && last->transfer == site.transfer;
+        return range.kind == call::unlock && is_header_bracket(range) &&
+               site.transfer == last([](const fault_site& each) {
+                   return each.call.kind == call::write && is_header_bracket(each.call);
+               });
     }
 
     int32_t of_range(size_t at) const
@@ -245,11 +240,16 @@ struct judge {
         const fault_site& site = all[at];
         const sim::logged& range = all[site.range].call;
         const bool released = range.kind == call::unlock && !site.in_flush && is_bracket(range);
-        const bool of_step = is_header_bracket(range) ? site.range == first_release_of_header()
-                                                      : range.file == first_index_held();
+        const size_t first_of_header = first([](const fault_site& each) {
+            return each.what == step::give_back && !each.in_flush && is_header_bracket(each.call);
+        });
+        const bool of_step = is_header_bracket(range) ? site.range == first_of_header
+                                                      : is_of_first_index_held(range);
         if (released && of_step && releases_silently(function)) return 0;
         if (site.asked_again) return 0;
-        if (released && success < 0 && site.range == last_release()) return 0; // a refusal is told
+        const size_t last_release = last(
+            [](const fault_site& each) { return each.what == step::give_back; });
+        if (released && success < 0 && site.range == last_release) return 0; // a refusal is told
         if (function == "tsopend32" && is_whole_file(range))
             return released ? 0 : int32_t{TS_OPEN_DATA_LOCK_FAILED};
         return own_code_of_range(site.what);
@@ -282,10 +282,10 @@ struct judge {
         const call next = at + 1 < all.size() ? all[at + 1].call.kind : call::allocate;
         if (next == call::allocate && is_data(all[at].call.file)) return 0; // as without memory
         if (next == call::zero) return 0;
-        const auto asks_size = [](const fault_site& site) { return site.what == step::ask_size; };
-        const bool first = std::find_if(all.begin(), all.end(), asks_size) - all.begin() ==
-                           static_cast<std::ptrdiff_t>(at);
-        if (function == "tsrbdbh32" && first) return TS_REBUILD_NO_SIZE;
+        const bool is_first = at == first([](const fault_site& site) {
+                                  return site.what == step::ask_size;
+                              });
+        if (function == "tsrbdbh32" && is_first) return TS_REBUILD_NO_SIZE;
         if (function == "tsopeni32") return TS_NODE_READ_POSITION;
         return is_data(all[at].call.file) ? TS_BODY_READ_SHORT : TS_NODE_WRITE_POSITION;
     }

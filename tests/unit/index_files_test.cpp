@@ -39,7 +39,6 @@ std::string empty_leaf(int32_t max_entries, size_t stride, size_t node_bytes)
 }
 
 // Two small keys: 56 and 88 bytes a node. The second has no cursor.
-constexpr int32_t small_file_bytes = 2216 + 56 + 88;
 std::vector<key_definition> small_keys()
 {
     return {define_key(2, {{'l'}}), define_key(2, {{'l'}, {'s', 4, 4}}, 'n')};
@@ -314,21 +313,6 @@ TEST_F(IndexFiles, DamagedFilesAreRefused)
         EXPECT_NE(each.kind, sim::call::write);
         if (each.kind == sim::call::allocate) { EXPECT_LT(each.length, 4096); }
     }
-}
-
-TEST_F(IndexFiles, NodesStandInTheNodeAreaAndOnlyARootIsEmpty)
-{
-    sim::set_bytes(name, make_small_file() + empty_leaf(4, 12, 56));
-    ASSERT_EQ(open(), 0);
-    const key_id id = {0, 0, 0};
-    unsigned char node[56];
-    EXPECT_EQ(read_node(id, 2216, node), TS_OK);
-    EXPECT_EQ(read_node(id, 2215, node), TS_NODE_READ_POSITION);
-    EXPECT_EQ(read_node(id, small_file_bytes, node), TS_NODE_DAMAGED);
-    EXPECT_EQ(read_node(id, small_file_bytes + 1, node), TS_NODE_READ_SHORT);
-    const uint64_t calls = sim::calls();
-    EXPECT_EQ(write_node(id, node, 0x7fffffff - 55), TS_NODE_WRITE_POSITION);
-    EXPECT_EQ(sim::calls(), calls);
 }
 
 TEST_F(IndexFiles, SharedReadingTakesOverWhatIsSound)
