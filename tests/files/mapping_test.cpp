@@ -239,35 +239,30 @@ bool mount_small_disk(const std::string& folder)
 TEST_F(Mapping, AFullDiskIsAFailureAlsoInAHole)
 {
     const temp_folder folder;
-    child_process child([&](const child_line& line) {
-        const std::string piece(1000, 'p');
-        size_t pieces = 0;
-        line.step([&] { return mount_small_disk(folder.path()); });
-        const file_handle file = create_file(folder.file("a"), share::none);
-        while (put(file, piece)) ++pieces;
-        line.step([&] { return GetLastError(); });
-        line.step([&] { return pieces > 3000 && end_of(file) - pieces * 1000 < 1000; });
-        line.step([&] {
-            for (size_t i = 0; i < pieces; ++i)
-                if (get(file, i * 1000, 1000) != piece) return false;
-            return ZeroFileRange(file, 0, mib);
-        });
-        line.step([&] {
-            put(create_file(folder.file("b")), std::string(4 * mib, 'b'));
-            return put_at(file, 500000, piece);
-        });
-        line.step([] { return GetLastError(); });
-        line.step([&] { return unlink(folder.file("b").c_str()) == 0 && CloseHandle(file); });
-    });
-    if (!child.next()) GTEST_SKIP() << "this process may not mount a small disk";
-    EXPECT_EQ(child.next(), ENOSPC);
-    EXPECT_TRUE(child.next())
-        << "all of the disk was used, and the end is that of what was written";
-    EXPECT_TRUE(child.next()) << "a hole";
-    EXPECT_FALSE(child.next()) << "a write into the hole";
-    EXPECT_EQ(child.next(), ENOSPC);
-    EXPECT_TRUE(child.next());
-    EXPECT_EQ(child.wait_for_end(), 0);
+    const std::string piece(1000, 'p');
+    file_handle file = no_file;
+    size_t pieces = 0;
+    const auto is_kept = [&] {
+        bool kept = true;
+        for (size_t i = 0; i < pieces; ++i) kept = kept && get(file, i * 1000, 1000) == piece;
+        return kept;
+    };
+    const std::vector<child_step> steps = {
+        {ENOSPC,
+         [&] {
+             file = create_file(folder.file("a"), share::none);
+             while (put(file, piece)) ++pieces;
+             return GetLastError();
+         }},
+        {true, [&] { return pieces > 3000 && end_of(file) - pieces * 1000 < 1000; }, "all is used"},
+        {true, [&] { return is_kept() && ZeroFileRange(file, 0, mib); }, "a hole"},
+        {false, [&] { return put(create_file(folder.file("b")), std::string(4 * mib, 'b')); }},
+        {false, [&] { return put_at(file, 500000, piece); }, "a write into the hole"},
+        {ENOSPC, [] { return GetLastError(); }},
+        {true, [&] { return unlink(folder.file("b").c_str()) == 0 && CloseHandle(file); }},
+    };
+    if (!expect_in_child([&] { return mount_small_disk(folder.path()); }, steps))
+        GTEST_SKIP() << "this process may not mount a small disk";
 }
 
 // Bus errors of others, who stood there before us or came after.
@@ -316,67 +311,77 @@ TEST_F(Mapping, BusErrorsOfOthersGoToWhomTheyWentBefore)
     const temp_folder folder;
     const std::string name = folder.file("a");
     ASSERT_TRUE(CloseHandle(create_file(name)));
-    child_process child([&](const child_line& line) {
-        line.step([&] {
-            stand(nullptr, answer_and_leave);
-            open_file(name, share::none);
-            if (sigsetjmp(way_out, 1) == 0) meet_bus_error(folder);
-            return answered;
-        });
-        line.step([&] {
-            child_process grandchild([](const child_line& to_child) {
-                to_child.step([] { return stands_there(answer_and_leave); });
-            });
-            return grandchild.next();
-        });
-        line.step([&] { return CloseHandle(0) && stands_there(answer_and_leave); });
-        line.step([&] {
-            open_file(name, share::none);
-            answered = 0;
-            uint32_t moved = 0;
-            put(0, std::string(4096, 'x'));
-            move(0, 0);
-            if (sigsetjmp(way_out, 1) == 0) WriteFile(0, bad_page(folder), 4096, moved);
-            return answered == (is_built_to_map ? 100 : 0) && CloseHandle(0);
-        });
-        line.step([&] {
-            answered = 0;
-            stand(answer_plainly);
-            open_file(name, share::none);
-            raise(SIGBUS);
-            return answered;
-        });
-        line.step([&] {
-            CloseHandle(0);
-            stand(SIG_IGN);
-            open_file(name, share::none);
-            return raise(SIGBUS);
-        });
-        line.receive();
-        meet_bus_error(folder);
+    expect_in_child({
+        {100,
+         [&] {
+             stand(nullptr, answer_and_leave);
+             open_file(name, share::none);
+             if (sigsetjmp(way_out, 1) == 0) meet_bus_error(folder);
+             return answered;
+         },
+         "a fault, with its facts, to a handler that jumps out"},
+        {true,
+         [&] {
+             child_process grandchild([](const child_line& to_child) {
+                 to_child.step([] { return stands_there(answer_and_leave); });
+             });
+             return grandchild.next();
+         },
+         "who stood there before stands there in a forked child"},
+        {true, [&] { return CloseHandle(0) && stands_there(answer_and_leave); }, "after the close"},
+        {is_built_to_map ? 100 : 0,
+         [&] {
+             open_file(name, share::none);
+             answered = 0;
+             uint32_t moved = 0;
+             put(0, std::string(4096, 'x'));
+             move(0, 0);
+             if (sigsetjmp(way_out, 1) == 0) WriteFile(0, bad_page(folder), 4096, moved);
+             return answered;
+         },
+         "a fault in the caller's own bytes, in the midst of our copy"},
+        {1,
+         [&] {
+             CloseHandle(0);
+             answered = 0;
+             stand(answer_plainly);
+             open_file(name, share::none);
+             raise(SIGBUS);
+             return answered;
+         },
+         "a signal that was sent, to a plain handler"},
+        {0,
+         [&] {
+             CloseHandle(0);
+             stand(SIG_IGN);
+             open_file(name, share::none);
+             return raise(SIGBUS);
+         },
+         "ignored"},
     });
-    EXPECT_EQ(child.next(), 100) << "a fault, with its facts, to a handler that jumps out";
-    EXPECT_TRUE(child.next()) << "who stood there before stands there in a forked child";
-    EXPECT_TRUE(child.next()) << "and after the close";
-    EXPECT_TRUE(child.next()) << "a fault in the caller's own bytes, in the midst of our copy";
-    EXPECT_EQ(child.next(), 1) << "a signal that was sent, to a plain handler";
-    EXPECT_EQ(child.next(), 0) << "ignored";
-    child.line().send(0);
-    EXPECT_EQ(WTERMSIG(child.wait_for_end()), SIGBUS) << "a fault, which can't be ignored";
+}
 
-    for (const bool sent : {false, true}) {
+TEST_F(Mapping, ABusErrorThatNobodyAnswersEndsTheProcess)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    ASSERT_TRUE(CloseHandle(create_file(name)));
+    struct end {
+        void (*handler)(int);
+        bool sent;
+    };
+    for (const end& each : {end{SIG_IGN, false}, end{SIG_DFL, false}, end{SIG_DFL, true}}) {
         child_process doomed([&](const child_line& line) {
-            signal(SIGBUS, SIG_DFL);
-            const file_handle file = open_file(name, share::none);
+            signal(SIGBUS, each.handler);
+            open_file(name, share::none);
             line.receive();
-            if (sent)
+            if (each.sent)
                 raise(SIGBUS);
             else
-                meet_bus_error(folder);
-            CloseHandle(file);
+                meet_bus_error(folder); // which can't be ignored
         });
         doomed.line().send(0);
-        EXPECT_EQ(WTERMSIG(doomed.wait_for_end()), SIGBUS) << "nobody stood there";
+        EXPECT_EQ(WTERMSIG(doomed.wait_for_end()), SIGBUS);
     }
 }
 
@@ -402,23 +407,17 @@ TEST_F(Mapping, WhereItCannotBeReliedOnTheFileIsServedWithoutIt)
     const auto hide_file_system = [] { return refuse_calls({{SYS_fstatfs, EACCES}}); };
     const std::function<bool()> rows[] = {block_bus_errors, stand_above, refuse_views,
                                           hide_file_system};
-    int line_number = 0;
     for (const std::function<bool()>& prepare : rows) {
-        SCOPED_TRACE(line_number++);
-        child_process child([&](const child_line& line) {
-            line.step([&] { return prepare(); });
-            const file_handle file = create_file(name, share::none);
-            line.step([&] { return is_mapped(name); });
-            line.step([&] { return put(file, std::string(2 * mib, 'x')); });
-            line.step([&] {
-                return truncate(name.c_str(), 100) == 0 && get(file, 50, 100).size() == 50;
-            });
-            line.step([&] { return CloseHandle(file); });
-        });
-        if (!child.next()) GTEST_SKIP() << "this system doesn't let a process refuse calls";
-        EXPECT_FALSE(child.next());
-        for (int i = 0; i < 3; ++i) EXPECT_TRUE(child.next());
-        EXPECT_EQ(child.wait_for_end(), 0);
+        SCOPED_TRACE(&prepare - rows);
+        file_handle file = no_file;
+        const std::vector<child_step> steps = {
+            {false, [&] { return file = create_file(name, share::none), is_mapped(name); }},
+            {true, [&] { return put(file, std::string(2 * mib, 'x')); }},
+            {50, [&] { return truncate(name.c_str(), 100) == 0 ? get(file, 50, 100).size() : 0; }},
+            {true, [&] { return CloseHandle(file); }},
+        };
+        if (!expect_in_child(prepare, steps))
+            GTEST_SKIP() << "this system doesn't let a process refuse calls";
         EXPECT_TRUE(DeleteFileA(name.c_str()));
     }
 }

@@ -60,15 +60,10 @@ TEST(PlatformFiles, OnlyRegularFilesAreOpenedAndNoNameIsOverrun)
 TEST(PlatformFiles, NewFilesObeyTheUmaskAndStandWhereTheNameSays)
 {
     const temp_folder folder;
-    child_process child([&](const child_line& line) {
-        line.step([&] { return chdir(folder.path().c_str()); });
-        line.step([] {
-            umask(027);
-            return CloseHandle(create_file("here"));
-        });
+    expect_in_child({
+        {0, [&] { return chdir(folder.path().c_str()); }},
+        {true, [] { return umask(027), CloseHandle(create_file("here")); }},
     });
-    EXPECT_EQ(child.next(), 0);
-    EXPECT_TRUE(child.next());
     struct stat facts = {};
     ASSERT_EQ(stat(folder.file("here").c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mode & 07777, 0640U);
@@ -82,34 +77,34 @@ TEST(PlatformFiles, AFileThatCannotBeWrittenCanBeAskedForAndRead)
     set_file_bytes(name, "abc");
     ASSERT_EQ(chmod(name.c_str(), 0444), 0);
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
-    child_process child([&](const child_line& line) {
-        constexpr uid_t nobody = 65534;
-        if (geteuid() == 0 && setuid(nobody) != 0) return;
-        line.step([&] { return can_open(name); });
-        line.step([&] { return can_open(name, share::none, access::read_only); });
-        line.step([&] { return create_file(folder.file("b")) != no_file && geteuid() == nobody; });
-    });
-    EXPECT_FALSE(child.next());
-    EXPECT_TRUE(child.next());
-    EXPECT_FALSE(child.next()) << "in a folder that is another's";
+    constexpr uid_t nobody = 65534;
+    expect_in_child([] { return geteuid() != 0 || setuid(nobody) == 0; },
+                    {
+                        {false, [&] { return can_open(name); }},
+                        {true, [&] { return can_open(name, share::none, access::read_only); }},
+                        {no_file,
+                         [&] {
+                             const bool is_own = geteuid() != nobody;
+                             return is_own ? no_file : create_file(folder.file("b"));
+                         },
+                         "in a folder that is another's"},
+                    });
 }
 
 TEST(PlatformFiles, DescriptorsStayAboveTheStandardStreamsAndCloseOnExec)
 {
     const temp_folder folder;
-    child_process child([&](const child_line& line) {
-        for (const char* const name : {"before", "after"}) {
-            line.step([&] {
-                create_file(folder.file(name));
-                const int descriptor = descriptor_of(folder.file(name));
-                const int flags = fcntl(descriptor, F_GETFD);
-                for (const int stream : {0, 1, 2}) close(stream);
-                return descriptor > 2 && flags >= 0 && (flags & FD_CLOEXEC) != 0;
-            });
-        }
+    const auto creates_well = [&](const char* name) {
+        create_file(folder.file(name));
+        const int descriptor = descriptor_of(folder.file(name));
+        const int flags = fcntl(descriptor, F_GETFD);
+        return descriptor > 2 && flags >= 0 && (flags & FD_CLOEXEC) != 0;
+    };
+    expect_in_child({
+        {true, [&] { return creates_well("a"); }},
+        {0, [] { return close(0) + close(1) + close(2); }},
+        {true, [&] { return creates_well("b"); }, "with all standard streams closed"},
     });
-    EXPECT_TRUE(child.next());
-    EXPECT_TRUE(child.next()) << "with all standard streams closed";
 }
 
 TEST(PlatformFiles, TheTableOfOpenFilesHasItsEndAndRecovers)
@@ -147,29 +142,30 @@ TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
 // Nothing of a write across the limit is done; a file that grows ahead of its end stops there.
 TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
 {
-    for (const rlim_t bytes : {rlim_t{4096}, rlim_t{2'100'500}}) {
+    for (const uint32_t bytes : {4096U, 2'100'500U}) {
         const temp_folder folder;
-        child_process child([&](const child_line& line) {
-            rlimit limit = {bytes, RLIM_INFINITY};
-            setrlimit(RLIMIT_FSIZE, &limit);
-            const file_handle file = create_file(folder.file("a"), share::none);
-            while (put(file, std::string(1000, 'x'))) continue;
-            line.step([&] { return SetFilePointer(file, 0, origin::end); });
-            line.step([&] { return put(file, std::string(bytes % 1000, 'y')); });
-            line.step([&] { return put(file, "z"); });
-            line.step([&] { return std::filesystem::file_size(folder.file("a")) <= bytes; });
-            line.step([&] {
-                limit.rlim_cur += 1000;
-                setrlimit(RLIMIT_FSIZE, &limit);
-                return put(file, "more") && SetFilePointer(file, 0, origin::end) == bytes + 4;
-            });
+        rlimit limit = {bytes, RLIM_INFINITY};
+        file_handle file = no_file;
+        const auto end = [&] { return SetFilePointer(file, 0, origin::end); };
+        expect_in_child({
+            {bytes / 1000 * 1000,
+             [&] {
+                 setrlimit(RLIMIT_FSIZE, &limit);
+                 file = create_file(folder.file("a"), share::none);
+                 while (put(file, std::string(1000, 'x'))) continue;
+                 return end();
+             }},
+            {true, [&] { return put(file, std::string(bytes % 1000, 'y')); }, "up to it"},
+            {false, [&] { return put(file, "z"); }, "across it"},
+            {true, [&] { return std::filesystem::file_size(folder.file("a")) <= bytes; }},
+            {bytes + 4,
+             [&] {
+                 limit.rlim_cur += 1000;
+                 setrlimit(RLIMIT_FSIZE, &limit);
+                 return put(file, "more") ? end() : 0;
+             },
+             "where the refused write began, once the limit is raised"},
         });
-        EXPECT_EQ(child.next(), bytes / 1000 * 1000);
-        EXPECT_TRUE(child.next()) << "up to it";
-        EXPECT_FALSE(child.next()) << "across it";
-        EXPECT_TRUE(child.next());
-        EXPECT_TRUE(child.next()) << "where the refused write began, once the limit is raised";
-        EXPECT_EQ(child.wait_for_end(), 0);
     }
 }
 
@@ -180,10 +176,9 @@ const refused_call no_careful_rename = {SYS_renameat2, EINVAL};
 const refused_call no_folder_flush = {SYS_openat, EACCES, 2, O_DIRECTORY};
 const refused_call no_holes = {SYS_fallocate, EOPNOTSUPP};
 
-// 1 if all went as it should, -1 if the system doesn't let us refuse its calls.
-int64_t work_without(const temp_folder& folder, const std::vector<refused_call>& calls)
+// 1 if all went as it should.
+int64_t work_without(const temp_folder& folder)
 {
-    if (!refuse_calls(calls)) return -1;
     const std::string name = folder.file("a");
     const std::string taken = folder.file("taken");
     if (create_file(taken) != no_file || file_bytes(taken) != "kept") return 2;
@@ -195,6 +190,8 @@ int64_t work_without(const temp_folder& folder, const std::vector<refused_call>&
            std::string(1000, 'x') + std::string(38000, '\0') + std::string(1000, 'x');
 }
 
+constexpr const char* not_allowed = "this system doesn't let a process refuse calls to itself";
+
 TEST(PlatformFailures, WhatASystemLacksIsDoneAnotherWay)
 {
     const std::vector<refused_call> lacks[] = {
@@ -204,17 +201,13 @@ TEST(PlatformFailures, WhatASystemLacksIsDoneAnotherWay)
         {no_proc_links, no_careful_rename, no_holes},
         {no_nameless, no_folder_flush, no_holes},
     };
-    int line = 0;
     for (const std::vector<refused_call>& calls : lacks) {
-        SCOPED_TRACE(line++);
+        SCOPED_TRACE(&calls - lacks);
         const temp_folder folder;
         set_file_bytes(folder.file("taken"), "kept");
-        child_process child([&](const child_line& to_parent) {
-            to_parent.step([&] { return work_without(folder, calls); });
-        });
-        const int64_t answer = child.next();
-        if (answer < 0) GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
-        EXPECT_EQ(answer, 1);
+        const auto refuse = [&] { return refuse_calls(calls); };
+        if (!expect_in_child(refuse, {{1, [&] { return work_without(folder); }}}))
+            GTEST_SKIP() << not_allowed;
         EXPECT_EQ(names_in(folder.path()), 2U) << "no other name was left behind";
     }
 }
@@ -223,31 +216,27 @@ TEST(PlatformFailures, WhatASystemLacksIsDoneAnotherWay)
 // name.
 TEST(PlatformFailures, AFlushNoticesTheFailureOfEachOfItsParts)
 {
-    struct row {
+    const struct {
         std::vector<refused_call> calls;
         bool first;
         bool second;
-    };
-    const row rows[] = {
+    } rows[] = {
         {{{SYS_fsync, EIO}}, false, false},
         {{{SYS_fdatasync, EIO}}, true, false},
         {{no_folder_flush, {SYS_syncfs, EIO}}, false, false},
         {{{SYS_syncfs, EIO}}, true, true},
     };
-    int number = 0;
-    for (const row& r : rows) {
-        SCOPED_TRACE(number++);
+    for (const auto& r : rows) {
+        SCOPED_TRACE(&r - rows);
         const temp_folder folder;
-        child_process child([&](const child_line& line) {
-            const file_handle file = create_file(folder.file("a"));
-            line.step([&] { return refuse_calls(r.calls); });
-            line.step([&] { return FlushFileBuffers(file); });
-            line.step([&] { return FlushFileBuffers(file); });
-        });
-        if (!child.next())
-            GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
-        EXPECT_EQ(child.next(), r.first);
-        EXPECT_EQ(child.next(), r.second);
+        file_handle file = no_file;
+        const auto begin = [&] {
+            file = create_file(folder.file("a"));
+            return refuse_calls(r.calls);
+        };
+        const auto flush = [&] { return FlushFileBuffers(file); };
+        if (!expect_in_child(begin, {{r.first, flush}, {r.second, flush}}))
+            GTEST_SKIP() << not_allowed;
     }
 }
 
@@ -256,17 +245,15 @@ TEST(PlatformFailures, LocksThatTheSystemCannotGiveAreRefusals)
     const temp_folder folder;
     const std::string name = folder.file("a");
     set_file_bytes(name, "abc");
-    child_process child([&](const child_line& line) {
-        const file_handle file = open_file(name);
-        line.step([&] { return refuse_calls({{SYS_fcntl, ENOLCK, 1, F_OFD_SETLK}}); });
-        line.step([&] { return LockFile(file, 0, 1); });
-        line.step([&] { return can_open(name); });
-        line.step([&] { return create_file(folder.file("b")); });
-    });
-    if (!child.next()) GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
-    EXPECT_FALSE(child.next());
-    EXPECT_FALSE(child.next());
-    EXPECT_EQ(child.next(), no_file);
+    file_handle file = no_file;
+    const auto begin = [&] {
+        file = open_file(name);
+        return refuse_calls({{SYS_fcntl, ENOLCK, 1, F_OFD_SETLK}});
+    };
+    if (!expect_in_child(begin, {{false, [&] { return LockFile(file, 0, 1); }},
+                                 {false, [&] { return can_open(name); }},
+                                 {no_file, [&] { return create_file(folder.file("b")); }}}))
+        GTEST_SKIP() << not_allowed;
     EXPECT_EQ(names_in(folder.path()), 1U) << "a file that can't be locked is not left behind";
     EXPECT_EQ(file_bytes(name), "abc");
 }

@@ -66,23 +66,15 @@ TEST(PlatformForks, TheChildsHandlesAreDeadAndTheParentsLocksStand)
     const file_handle mine = create_file(name);
     ASSERT_TRUE(put(mine, "abc"));
     ASSERT_TRUE(LockFile(mine, 0, 10));
-    child_process child([&](const child_line& line) {
-        line.step([&] { return descriptor_of(name); });
-        line.step([&] { return put(mine, "x"); });
-        line.step([&] { return SetFilePointer(mine, 0, origin::current) == invalid_position; });
-        line.step([&] { return UnlockFile(mine, 0, 10); });
-        line.step([&] { return create_file(later) != mine; });
-        line.step([&] { return CloseHandle(mine); });
-        line.step([&] { return open_file(name) == mine; });
+    expect_in_child({
+        {-1, [&] { return descriptor_of(name); }, "the descriptor is closed"},
+        {false, [&] { return put(mine, "x"); }},
+        {invalid_position, [&] { return SetFilePointer(mine, 0, origin::current); }},
+        {false, [&] { return UnlockFile(mine, 0, 10); }},
+        {true, [&] { return create_file(later) != mine; }, "its number isn't used again"},
+        {false, [&] { return CloseHandle(mine); }},
+        {mine, [&] { return open_file(name); }, "until it has been closed"},
     });
-    EXPECT_EQ(child.next(), -1) << "the descriptor is closed";
-    EXPECT_FALSE(child.next()) << "write";
-    EXPECT_TRUE(child.next()) << "position";
-    EXPECT_FALSE(child.next()) << "unlock";
-    EXPECT_TRUE(child.next()) << "the number of a dead handle isn't used again";
-    EXPECT_FALSE(child.next()) << "close";
-    EXPECT_TRUE(child.next()) << "until it has been closed";
-    EXPECT_EQ(child.wait_for_end(), 0);
 
     const file_handle second = open_file(name);
     EXPECT_FALSE(LockFile(second, 0, 1)) << "the parent's lock stands after the child's end";

@@ -1,10 +1,11 @@
 // Several processes on the same files, in earnest: side by side without any order but that of the
 // locks. Numbers of records and operations grow by TARSIL32_PROCESS_SCALE (1), for long rounds.
-#include "check/index_check.h"
 #include "check/report_text.h"
+#include "tests/support/checked.h"
 #include "tests/support/child_process.h"
 #include "tests/support/party.h"
 #include "tests/support/settings.h"
+#include "tests/support/stored_records.h"
 #include "tests/support/temp_folder.h"
 
 #include <algorithm>
@@ -19,11 +20,6 @@ namespace {
 
 int64_t scale() { return setting("TARSIL32_PROCESS_SCALE", 1); }
 int64_t seed() { return setting("TARSIL32_PROCESS_SEED", 1); }
-
-check::byte_span span_of(const std::string& bytes)
-{
-    return {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()};
-}
 
 // Lets children work side by side and gathers what they tell. A child that fails tells nothing.
 class crew {
@@ -78,125 +74,21 @@ void create_files(const agreement& terms)
     first.close();
 }
 
-// --- Building indexes ---------------------------------------------------------------------------
-
-// Each builds an index that both want under the same name. Who comes too late opens it: once it is
-// whole, or in every second round at once. Such an open can find the file without its first bytes,
-// and can have the build refused half way; what is there of the index then stays.
-struct builder {
-    const temp_folder& folder;
-    work_done done{};
-    int32_t d = -1;
-
-    int32_t build(const std::string& name) const
-    {
-        int32_t record[2];
-        key_definition keys[2] = {};
-        for (int32_t key = 0; key < 2; ++key) {
-            keys[key].cursor = 'y';
-            keys[key].order = 3;
-            keys[key].field_count = 1;
-            keys[key].types[0] = 'l';
-            keys[key].offsets[0] = 4 * key;
-        }
-        return tscrindd32(d, name.c_str(), 2, keys, record);
-    }
-
-    // A refused step may have moved the cursor all the same, so that repeating it skips an entry.
-    void count(int32_t index) const
-    {
-        int32_t record[2];
-        int32_t deleted = 0;
-        int32_t entries = 0;
-        must(repeat([&] { return tslockd32(d); }), "lock");
-        int32_t code = repeat([&] { return tsgetfi32(d, index, 0, record, &deleted); });
-        for (; code == TS_OK; ++entries)
-            code = repeat([&] { return tsgetni32(d, index, 0, record, &deleted); });
-        must(tsulockd32(d), "release");
-        ensure(entries == built_records, "an index that misses some");
-    }
-
-    void one_round(int32_t round)
-    {
-        const bool wait = round % 2 == 0;
-        const std::string name = folder.file(std::to_string(round));
-        const std::string marker = name + " is whole";
-        int32_t index = wait ? repeat([&] { return build(name); }, &done) : build(name);
-        const bool won = index >= 0;
-        done.adds += won;
-        if (won) set_file_bytes(marker, "");
-        must(index, "build",
-             {TS_CREATE_INDEX_FILE_EXISTS, TS_CREATE_INDEX_FAILED,
-              wait ? TS_CREATE_INDEX_FAILED : TS_LOCK_REFUSED});
-        while (!won && wait && !std::filesystem::exists(marker)) usleep(100);
-        char cursors[] = "yn";
-        const auto open = [&] { return tsopeni32(d, name.c_str(), cursors); };
-        if (!won)
-            index = must(repeat(open, &done), "open",
-                         {TS_OPEN_INDEX_NOT_THERE, TS_VERSION_READ_SHORT});
-        if (index >= 0 && (won || wait)) count(index);
-        if (index >= 0) must(tsclosei32(d, index), "close");
-    }
-
-    static constexpr int32_t built_records = 300;
-};
-
-TEST_F(Processes, BuildAndOpenOneIndex)
-{
-    const auto rounds = static_cast<int32_t>(10 * scale());
-    std::mt19937 random(5);
-    tsinit32();
-    ASSERT_EQ(tscrdata32(folder.file("d").c_str(), 8, 0, nullptr), 0);
-    for (int32_t i = 0; i < builder::built_records; ++i) {
-        const int32_t record[] = {static_cast<int32_t>(random()), i % 9};
-        ASSERT_EQ(tsadd32(0, record, 0, 'y'), TS_OK);
-    }
-    ASSERT_EQ(tsclosed32(0), TS_OK);
-    tsfree32();
-
-    crew both;
-    for (int32_t i = 0; i < 2; ++i)
-        both.begin([&] {
-            builder self{folder};
-            start_shared();
-            self.d = open_shared(folder.file("d"));
-            for (int32_t round = 0; round < rounds; ++round) self.one_round(round);
-            must(tsclosed32(self.d), "close");
-            return self.done;
-        });
-    EXPECT_LE(both.finish().adds, rounds) << "an index that both want is made once";
-
-    const std::string data = file_bytes(folder.file("d"));
-    for (int32_t round = 0; round < rounds; ++round) {
-        const std::string name = folder.file(std::to_string(round));
-        // A build that was refused may leave a part of its file, if it was open elsewhere.
-        if (!std::filesystem::exists(name + " is whole")) continue;
-        const std::string bytes = file_bytes(name);
-        const check::index_report report = check::check_index_image(span_of(bytes), span_of(data));
-        ASSERT_EQ(report.keys.size(), 2U);
-        EXPECT_TRUE(report.is_sound()) << check::lines_of(report.keys[0].findings);
-    }
-}
-
 // --- Mixed work ---------------------------------------------------------------------------------
 
 // Whether every record in the file is whole and, under locks, what the ledger says, and there once.
-// `frames` are the records with their frames, to the end.
-void expect_records(const std::string& frames, const agreement& terms)
+void expect_records(const std::string& data, const agreement& terms)
 {
     int64_t live = 0;
     std::set<std::pair<int32_t, int32_t>> met;
-    for (size_t at = 0; at < frames.size();) {
+    for (const stored_record& one : records_in(data)) {
         shared_record record = {};
-        int32_t length = 0;
-        std::memcpy(&length, frames.data() + at + 4, sizeof length);
-        std::memcpy(&record, frames.data() + at + 8, static_cast<size_t>(length));
-        ASSERT_TRUE(is_whole(record) && record.length == length) << "at " << at;
-        const bool deleted = frames[at] == 'd';
-        live += !deleted;
-        at += 8 + static_cast<size_t>(length);
+        std::memcpy(&record, one.body.data(), std::min(one.body.size(), sizeof record));
+        ASSERT_TRUE(is_whole(record) && static_cast<size_t>(record.length) == one.body.size());
         if (terms.how == manner::bare) continue;
-        ASSERT_TRUE(met.insert({record.owner, record.serial}).second) << "at " << at;
+        const bool deleted = one.mark == 'd';
+        live += !deleted;
+        ASSERT_TRUE(met.insert({record.owner, record.serial}).second) << record.serial;
         ASSERT_EQ(terms.book->of(record), deleted ? -record.version : record.version);
     }
     if (terms.how == manner::bare) return;
@@ -211,13 +103,13 @@ void expect_sound(const agreement& terms, const work_done& done)
 {
     const bool bare = terms.how == manner::bare;
     const std::string data = file_bytes(terms.folder + "/d");
-    const check::data_report report = check::check_data_image(span_of(data));
+    const check::data_report report = check_data(data);
     EXPECT_EQ(report.findings.total() - report.findings.count(check::severity::note),
               bare ? report.findings.count(check::invariant::D7) : 0)
         << check::lines_of(report.findings);
     for (int32_t index = 0; index < party::index_files; ++index) {
         const std::string bytes = file_bytes(terms.folder + "/" + std::to_string(index));
-        const check::index_report found = check::check_index_image(span_of(bytes), span_of(data));
+        const check::index_report found = check_index(bytes, data);
         EXPECT_TRUE(found.findings.is_sound()) << check::lines_of(found.findings);
         EXPECT_EQ(found.keys.size(), index == 0 ? 2U : 1U);
         for (const check::key_report& key : found.keys) {
@@ -227,9 +119,8 @@ void expect_sound(const agreement& terms, const work_done& done)
             EXPECT_TRUE(bare || key.entries == report.records);
         }
     }
-    const auto end = static_cast<size_t>(report.header.end_offset);
-    ASSERT_TRUE(end >= 28 && end <= data.size());
-    expect_records(data.substr(28, end - 28), terms);
+    ASSERT_LE(static_cast<size_t>(report.header.end_offset), data.size());
+    expect_records(data, terms);
     // Where nobody reuses a record, each add is a record more.
     EXPECT_LE(report.records, done.adds - done.purged);
     EXPECT_TRUE(terms.fixed || report.records == done.adds - done.purged) << report.records;

@@ -16,6 +16,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdexcept>
@@ -24,6 +26,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 extern "C" void __gcov_dump()
     __attribute__((weak)); // Counts of a coverage build, which _exit would lose.
@@ -146,5 +149,31 @@ private:
     pid_t id_ = -1;
     int socket_ = -1;
 };
+
+// What a child does alone: steps one after the other, each with the answer that it has to have.
+struct child_step {
+    int64_t expected;
+    std::function<int64_t()> action;
+    const char* what = "";
+};
+
+// False if `begin`, which the child does first, says that this system doesn't allow the test.
+inline bool expect_in_child(const std::function<bool()>& begin,
+                            const std::vector<child_step>& steps)
+{
+    child_process child([&](const child_line& line) {
+        line.step(begin);
+        for (const child_step& each : steps) line.step(each.action);
+    });
+    if (!child.next()) return false;
+    for (const child_step& each : steps) EXPECT_EQ(child.next(), each.expected) << each.what;
+    EXPECT_EQ(child.wait_for_end(), 0);
+    return true;
+}
+
+inline void expect_in_child(const std::vector<child_step>& steps)
+{
+    expect_in_child([] { return true; }, steps);
+}
 
 } // namespace tarsil::support

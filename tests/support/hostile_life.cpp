@@ -146,17 +146,20 @@ int32_t build_index(life& of)
     return code;
 }
 
+int32_t open_index(life& of, const char* cursors)
+{
+    std::string letters(cursors);
+    if (of.data >= 0) of.index = tsopeni32(of.data, index_name, letters.data());
+    return of.data < 0 ? of.data : of.index;
+}
+
 int32_t rebuild(life& of)
 {
     const int32_t closed = tsclosed32(of.data);
     if (closed != TS_OK) return closed;
     of.record.assign(sim::bytes(data_name).size() + 1, 0);
-    const int32_t code = tsrbdbh32(data_name, of.record.data());
-    if (code < 0) return code;
-    of.data = code;
-    char cursors[] = "ynyynyyn";
-    of.index = tsopeni32(of.data, index_name, cursors);
-    return of.index;
+    of.data = tsrbdbh32(data_name, of.record.data());
+    return open_index(of, "ynyynyyn");
 }
 
 int32_t open_again(life& of)
@@ -164,10 +167,7 @@ int32_t open_again(life& of)
     const int32_t closed = tsclosed32(of.data);
     if (closed != TS_OK) return closed;
     of.data = tsopend32(data_name);
-    if (of.data < 0) return of.data;
-    char cursors[] = "yyyyyyyy";
-    of.index = tsopeni32(of.data, index_name, cursors);
-    return of.index;
+    return open_index(of, "yyyyyyyy");
 }
 
 using made_call = int32_t (*)(life&);
@@ -183,6 +183,13 @@ using made_call = int32_t (*)(life&);
 #define BY_NUMBER(name) [](life& of) { return name(of.data, of.record_number()); }
 #define BY_VALUE(name) [](life& of) { return name(of.data, of.index, of.key(), of.value.data()); }
 #define BY_CURSOR(name) [](life& of) { return name(of.data, of.index, of.key()); }
+#define UPDATE(name, ...)                                                                          \
+    [](life& of) {                                                                                 \
+        return update(of, [&](int32_t length) {                                                    \
+            return name(of.data __VA_OPT__(, ) __VA_ARGS__, of.record.data(), length, &of.deleted, \
+                        of.scratch.data(), of.mode());                                             \
+        });                                                                                        \
+    }
 
 constexpr made_call reads[] = {
     [](life& of) { return tsgetd32(of.data, of.record_number(), of.record.data(), &of.deleted); },
@@ -227,30 +234,10 @@ constexpr made_call changes[] = {
     [](life& of) { return tsudelcd32(of.data); },
     BY_VALUE(tsundeli32),
     BY_CURSOR(tsudelci32),
-    [](life& of) {
-        return update(of, [&](int32_t length) {
-            return tsupd32(of.data, of.record_number(), of.record.data(), length, &of.deleted,
-                           of.scratch.data(), of.mode());
-        });
-    },
-    [](life& of) {
-        return update(of, [&](int32_t length) {
-            return tsupcd32(of.data, of.record.data(), length, &of.deleted, of.scratch.data(),
-                            of.mode());
-        });
-    },
-    [](life& of) {
-        return update(of, [&](int32_t length) {
-            return tsupi32(of.data, of.index, of.key(), of.value.data(), of.record.data(), length,
-                           &of.deleted, of.scratch.data(), of.mode());
-        });
-    },
-    [](life& of) {
-        return update(of, [&](int32_t length) {
-            return tsupci32(of.data, of.index, of.key(), of.record.data(), length, &of.deleted,
-                            of.scratch.data(), of.mode());
-        });
-    },
+    UPDATE(tsupd32, of.record_number()),
+    UPDATE(tsupcd32),
+    UPDATE(tsupi32, of.index, of.key(), of.value.data()),
+    UPDATE(tsupci32, of.index, of.key()),
     build_index,
     [](life& of) { return tspurge32(of.data, of.record.data(), &of.number); },
     rebuild,
@@ -268,6 +255,7 @@ constexpr made_call changes[] = {
 #undef BY_NUMBER
 #undef BY_VALUE
 #undef BY_CURSOR
+#undef UPDATE
 
 void make_room(life& of)
 {

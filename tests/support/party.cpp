@@ -199,11 +199,7 @@ int32_t party::add(char duplicates)
     };
     int32_t code = TS_OK;
     as_one_step([&] {
-        const int64_t epoch = agreed.book->purges;
-        const int64_t halves = told.half_adds;
         code = must(answer(call), "add", {TS_DUPLICATE_KEY});
-        const bool complete = code == TS_OK && told.half_adds == halves;
-        std::fill(std::begin(placed), std::end(placed), complete ? epoch : nowhere);
         if (code != TS_OK) return;
         ++told.adds;
         agreed.book->of(record) = 1;
@@ -232,7 +228,6 @@ int32_t party::place(size_t key)
     const std::string value = value_of(at, look_alike());
     const auto last = static_cast<uint32_t>(1 + random() % 3);
     const auto kind = random() % 4;
-    const int64_t epoch = agreed.book->purges;
     const auto call = [&] {
         switch (kind) {
         case 0: return tsgetip32(d, at.index, at.key, value.data(), 1, last, room.get(), &deleted);
@@ -240,22 +235,14 @@ int32_t party::place(size_t key)
         default: return tsgeti32(d, at.index, at.key, value.data(), room.get(), &deleted);
         }
     };
-    const bool at_end = random() % 4 == 0;
-    const int32_t code = at_end ? by(random() % 2 ? tsgetfi32 : tsgetli32, key) : answer(call);
-    placed[key] = code >= 0 ? epoch : nowhere;
-    return code;
+    if (random() % 4 == 0) return by(random() % 2 ? tsgetfi32 : tsgetli32, key);
+    return answer(call);
 }
 
 int32_t party::by(index_reader call, size_t key)
 {
     const key_place& at = keys[key];
     return answer([&] { return call(d, at.index, at.key, room.get(), &deleted); });
-}
-
-int32_t party::step(size_t key)
-{
-    constexpr index_reader steps[] = {tsgetci32, tsgetni32, tsgetni32, tsgetpi32, tsgetpi32};
-    return by(steps[random() % 5], key);
 }
 
 // Without locks a search beside splits can end in a code, a cursor is told of changes, and what was
@@ -280,13 +267,13 @@ void party::check_read(int32_t code, int64_t epoch, bool locked)
 
 void party::read(bool locked)
 {
+    constexpr index_reader steps[] = {tsgetci32, tsgetni32, tsgetni32, tsgetpi32, tsgetpi32};
     const size_t key = random() % key_count;
-    if (locked || random() % 2 == 0) {
-        const int32_t code = place(key);
-        check_read(code, placed[key], locked);
-        if (code < 0) return;
-    }
-    for (auto steps = random() % 4; steps > 0; --steps) check_read(step(key), placed[key], locked);
+    const int64_t epoch = agreed.book->purges;
+    const int32_t code = place(key);
+    check_read(code, epoch, locked);
+    for (auto left = code < 0 ? 0 : random() % 4; left > 0; --left)
+        check_read(by(steps[random() % 5], key), epoch, locked);
 }
 
 void party::read_by_number()
@@ -305,7 +292,6 @@ int32_t party::pick(int32_t route, int32_t number, size_t key, const std::string
         return answer([&] { return tsgetd32(d, number, room.get(), &deleted); });
     if (route == at_cursor) return place(key);
     const key_place& at = keys[key];
-    placed[key] = nowhere;
     return answer(
         [&] { return tsgeti32(d, at.index, at.key, value.data(), room.get(), &deleted); });
 }
@@ -399,7 +385,6 @@ void party::walk_all()
         int32_t last = forward ? INT32_MIN : INT32_MAX;
         const int64_t epoch = agreed.book->purges;
         int32_t code = by(forward ? tsgetfi32 : tsgetli32, key);
-        placed[key] = code == TS_OK ? epoch : nowhere;
         for (; code == TS_OK && met < (locking ? records + 1 : 50); ++met) {
             check_read(code, epoch, locking);
             const int32_t bucket = seen().bucket;

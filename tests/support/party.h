@@ -127,7 +127,6 @@ private:
     shared_record make_record();
     shared_record look_alike();
     int32_t place(size_t key);
-    int32_t step(size_t key);
     void check_read(int32_t code, int64_t epoch, bool locked);
     void read(bool locked);
     void read_by_number();
@@ -148,10 +147,6 @@ private:
     int32_t serial = 0;
     int32_t records = 0; // as tsstatd32 told last
     int32_t deleted_records = 0;
-    // How many purges there had been when the cursor of a key was placed; nowhere after a search
-    // that missed, when it has to be placed anew.
-    static constexpr int64_t nowhere = -1;
-    int64_t placed[4] = {};
     int32_t deleted = 0; // of the record read last, which is in the room below. A read at a place
                          // from before a purge can deliver as much as the file holds.
     std::unique_ptr<char[]> room;

@@ -1,5 +1,5 @@
 # compact: the deleted records go, the others keep their order, and index files are built anew. What a kill leaves of it
-# stands in interruption_test.cpp.
+# stands in kills.t.
 
 $ tarsil create a.dat --field id:i32 --field t:text:28; tarsil index a.dat a.idx --key id --key t,id --order 8
 > seq 1 2000 | sed 's/$/,text/' | tarsil import a.dat a.idx - --no-header; tarsil delete a.dat $(seq 2 2 2000) > out.txt
