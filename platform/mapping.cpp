@@ -94,8 +94,8 @@ inline bool zeros_follow(const uint8_t* place)
     return word == 0 && is_zero_run(place, left);
 }
 
-// Most reads are of eight bytes, a frame, with more to be read behind them.
-inline void copy_frame_or_body(const uint8_t* from, uint8_t* buffer, size_t bytes)
+// Most reads are of eight bytes, and what lies behind them is read next.
+inline void copy_and_fetch(const uint8_t* from, uint8_t* buffer, size_t bytes)
 {
     __builtin_prefetch(from + read_ahead_bytes);
     if (bytes != first_bytes) {
@@ -111,7 +111,7 @@ inline void copy_frame_or_body(const uint8_t* from, uint8_t* buffer, size_t byte
                                             bool& may_be_cut)
 {
     begin_guarded_copy(from, bytes);
-    copy_frame_or_body(from, buffer, bytes);
+    copy_and_fetch(from, buffer, bytes);
     may_be_cut = buffer[bytes - 1] == 0 && zeros_follow(from + bytes - 1);
     return end_guarded_copy();
 }
@@ -194,6 +194,16 @@ bool is_allocated(open_file& entry, int64_t end)
     return end <= view.allocated;
 }
 
+// Whether a write that ends there goes into the mapping. Where others have the file open, too, what
+// lies within one page doesn't: no kill cuts a system call there. Across the edge of a page it is
+// cut with the front written, and the entry of a node that was to move over the edge is lost.
+bool is_stored(open_file& entry, int64_t end)
+{
+    if (!entry.view.takes_stores) return false;
+    if (entry.is_alone) return is_allocated(entry, end);
+    return end <= entry.view.length && crosses_page(entry.position, end);
+}
+
 // Nothing is known any more of what the mapping holds; pages that took the place of missing ones go
 // with it.
 [[gnu::cold]] bool give_up(open_file& entry)
@@ -204,7 +214,7 @@ bool is_allocated(open_file& entry, int64_t end)
 
 } // namespace
 
-void map_file(open_file& entry, share granted)
+void map_file(open_file& entry)
 {
     if (!mapping_is_wanted) return;
     const soundness sound = of_file_system(entry.descriptor);
@@ -212,7 +222,7 @@ void map_file(open_file& entry, share granted)
     const int64_t size = size_in_file_system(entry);
     if (size < 0 || size > max_file_bytes || !stand_guard()) return;
 
-    const bool takes_stores = granted == share::none && sound == soundness::reads_and_stores;
+    const bool takes_stores = sound == soundness::reads_and_stores;
     const int protection = takes_stores ? PROT_READ | PROT_WRITE : PROT_READ;
     void* const place = mmap(nullptr, view_bytes, protection, MAP_SHARED, entry.descriptor, 0);
     if (place == MAP_FAILED) {
@@ -286,7 +296,7 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
 {
     const int64_t end = int64_t{entry.position} + bytes;
     if (bytes == 0) return true;
-    if (!entry.view.takes_stores || !is_allocated(entry, end)) return false;
+    if (!is_stored(entry, end)) return false;
 
     file_view& view = entry.view;
     uint8_t* const place = view.bytes + entry.position;
@@ -340,7 +350,7 @@ bool has_known_size(open_file& entry)
 {
     file_view& view = entry.view;
     const int64_t size = size_in_file_system(entry);
-    if (view.takes_stores) return size == view.allocated || give_up(entry);
+    if (entry.is_alone && view.takes_stores) return size == view.allocated || give_up(entry);
 
     if (size < view.length || size > max_file_bytes) return give_up(entry);
     view.length = static_cast<int32_t>(size);

@@ -4,18 +4,20 @@
 //     |  what the handle shows   |  zeros, grown ahead |  nothing yet: a bus error  |
 //
 // A store into a shared mapping is in the operating system's hands at once: it survives the death
-// of the process as a pwrite does, and fsync and fdatasync bring it to the disk. Stores are for a
-// file that one open has alone, on a file system that writes in place. Up to exact_length_bytes the
-// file always has the length that the handle shows. Beyond, it grows ahead in steps of zeros that
-// are allocated before anything is stored there, so that a full disk is a failed write and no fault
-// in the mapping. Closing restores the length. A process that dies leaves less than one step of
-// zeros behind the end; nothing here cuts them off later, since the zeros at the end of a record
-// look the same. The header of a data file knows its end, its rebuild knows zeros, and what is
-// added after the next open goes in their place.
+// of the process as a pwrite does, and fsync and fdatasync bring it to the disk. Stores are for
+// file systems that write in place. A file that one open has alone is lengthened by them, too. Up
+// to exact_length_bytes it always has the length that the handle shows. Beyond, it grows ahead in
+// steps of zeros that are allocated before anything is stored there, so that a full disk is a
+// failed write and no fault in the mapping. Closing restores the length. A process that dies leaves
+// less than one step of zeros behind the end; nothing here cuts them off later, since the zeros at
+// the end of a record look the same. The header of a data file knows its end, its rebuild knows
+// zeros, and what is added after the next open goes in their place.
 //
-// Elsewhere, and where others have the file open too, the view serves reads alone, and writes go by
-// system calls; both see the same pages. Where no mapping is sound or can be had, and once one has
-// failed, all transfers go by system calls (platform/posix_transfer.cpp) and give the same answers.
+// Where others have the file open too, stores are for what is there already and crosses the edge of
+// a page, as nodes do; other writes go by system calls, and both see the same pages. A range lock
+// keeps others from what is being stored, in either way. On other file systems the view serves
+// reads alone. Where no mapping is sound or can be had, and once one has failed, all transfers go
+// by system calls (platform/posix_transfer.cpp) and give the same answers.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +26,6 @@
 namespace tarsil::platform {
 
 struct open_file;
-enum class share : uint8_t;
 
 // The whole range that positions reach is reserved at once, so the address never changes.
 inline constexpr size_t view_bytes = size_t{1} << 31;
@@ -40,7 +41,7 @@ struct file_view {
 };
 
 // Maps a file that was opened for reading and writing, or leaves it as it is.
-void map_file(open_file& entry, share granted);
+void map_file(open_file& entry);
 
 // Gives the file the length that its handle shows, and the mapping up. False if the length can't be
 // restored. A file that somebody else has cut or lengthened keeps the length that he gave it.

@@ -141,7 +141,7 @@ file_handle CreateFileA(const char* name, access wanted_access, share wanted_sha
     open_files[file].descriptor = descriptor;
     open_files[file].state = handle_state::open;
     open_files[file].is_alone = wanted_share == share::none;
-    if (wanted_access == access::read_write) map_file(open_files[file], wanted_share);
+    if (wanted_access == access::read_write) map_file(open_files[file]);
     return file;
 }
 

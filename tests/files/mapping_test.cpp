@@ -107,6 +107,13 @@ TEST_F(Mapping, AFileThatMayBeWrittenIsMappedWhileItIsOpen)
     EXPECT_EQ(get(shared, 1, 9), "bzdef") << "what another open has written, and lengthened";
     EXPECT_TRUE(put_at(shared, 3, "y"));
     EXPECT_EQ(get(other, 0, 9), "abzyef");
+    EXPECT_TRUE(put_at(shared, 6, std::string(9000, 'q')));
+    EXPECT_TRUE(put_at(other, 100, std::string(5000, 'p'))) << "across the edge of a page";
+    EXPECT_EQ(get(shared, 99, 5002), 'q' + std::string(5000, 'p') + 'q');
+    EXPECT_EQ(truncate(name.c_str(), 6), 0);
+    EXPECT_TRUE(put_at(other, 4000, std::string(200, 'p'))) << "after a cut";
+    EXPECT_EQ(get(shared, 0, 9000), "abzyef" + std::string(3994, '\0') + std::string(200, 'p'));
+    EXPECT_EQ(truncate(name.c_str(), 6), 0);
     EXPECT_TRUE(CloseHandle(other));
     EXPECT_TRUE(CloseHandle(shared));
     EXPECT_FALSE(is_mapped(name));
