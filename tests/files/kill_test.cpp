@@ -4,9 +4,8 @@
 // found by the checkers, and gone when the index has been built anew.
 //
 // TARSIL32_KILL_ROUNDS (6) kills are made in each case; TARSIL32_KILL_SEED decides when.
-#include "check/index_check.h"
-#include "data/data_format.h"
 #include "tarsil32.hpp"
+#include "tests/support/checked.h"
 #include "tests/support/settings.h"
 #include "tests/support/stored_records.h"
 #include "tests/support/temp_folder.h"
@@ -192,14 +191,8 @@ protected:
 
     bool is_index_sound() const
     {
-        check::file_bytes data;
-        check::file_bytes index;
-        EXPECT_EQ(data.open(data_name.c_str()), check::open_result::opened);
-        EXPECT_EQ(index.open(index_name.c_str()), check::open_result::opened);
-        check::frame_list frames;
-        check::check_data_file(data, &frames);
-        const check::data_side side = {data, frames};
-        return check::check_index_file(index, &side).is_sound();
+        return support::check_index(support::file_bytes(index_name), support::file_bytes(data_name))
+            .is_sound();
     }
 
     void mend_index()

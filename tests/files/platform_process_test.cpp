@@ -1,5 +1,5 @@
-// What the platform promises between processes, beyond the contract suite: share modes and ranges
-// against another process, its death, forks, and races for a name.
+// What the platform promises between processes, beyond the contract suite: forks, and races for a
+// name.
 #include "platform/platform.h"
 #include "tests/support/child_process.h"
 #include "tests/support/platform_files.h"
@@ -18,45 +18,6 @@ namespace {
 using namespace support;
 
 const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
-
-TEST(PlatformProcesses, ShareModesAndRangesHoldBetweenProcesses)
-{
-    const temp_folder folder;
-    const std::string name = folder.file("a");
-    const file_handle mine = create_file(name);
-    file_handle theirs = no_file;
-    child_process other([&](const child_line& line) {
-        line.step([&] { return can_open(name, share::none); });
-        line.step([&] { return can_open(name, share::none, access::read_only); });
-        line.step([&] { return (theirs = open_file(name)) != no_file; });
-        line.step([&] { return LockFile(theirs, 0x7ffffff0, 15); });
-        line.step([&] { return LockFile(theirs, 10, 10); });
-        line.step([&] { return LockFile(theirs, 10, 10); });
-        line.step([&] { return CloseHandle(theirs); });
-        line.step([&] { return (theirs = open_file(name, share::none)) != no_file; });
-        line.step([] { return true; });
-    });
-    EXPECT_FALSE(other.next()) << "alone beside a sharer";
-    EXPECT_FALSE(other.next()) << "the question whether it could be had alone";
-    EXPECT_TRUE(other.next()) << "shared beside a sharer";
-    ASSERT_TRUE(LockFile(mine, 0, max_file_bytes)) << "over the end of the empty file";
-    EXPECT_FALSE(other.next()) << "a range far behind the end, under a lock of the whole file";
-    EXPECT_FALSE(other.next());
-    ASSERT_TRUE(UnlockFile(mine, 0, max_file_bytes));
-    EXPECT_TRUE(other.next());
-    EXPECT_FALSE(LockFile(mine, 19, 1));
-    EXPECT_FALSE(can_open(name, share::none));
-    EXPECT_TRUE(other.next()) << "close";
-    EXPECT_TRUE(LockFile(mine, 0, max_file_bytes)) << "a close ends all locks";
-    EXPECT_TRUE(CloseHandle(mine));
-    EXPECT_TRUE(other.next()) << "alone, once nobody has it open";
-    EXPECT_FALSE(can_open(name));
-    EXPECT_FALSE(can_open(name, share::none, access::read_only));
-    EXPECT_FALSE(DeleteFileA(name.c_str()));
-    EXPECT_TRUE(other.next());
-    EXPECT_EQ(other.wait_for_end(), 0);
-    EXPECT_TRUE(can_open(name, share::none)) << "the end of a process is a close";
-}
 
 TEST(PlatformForks, TheChildsHandlesAreDeadAndTheParentsLocksStand)
 {

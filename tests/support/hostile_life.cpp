@@ -42,12 +42,10 @@ struct life {
 
 int32_t record_length(const life& of)
 {
-    int32_t records = 0;
-    int32_t deleted = 0;
     int32_t length = 0;
-    int32_t current = 0;
-    int32_t fields = 0;
-    return tsstatd32(of.data, &records, &deleted, &length, &current, &fields) == TS_OK ? length : 0;
+    int32_t unused = 0;
+    const int32_t code = tsstatd32(of.data, &unused, &unused, &length, &unused, &unused);
+    return code == TS_OK ? length : 0;
 }
 
 // The longest record that can be delivered: the file's own length, and never more than the file.

@@ -258,9 +258,7 @@ void party::check_read(int32_t code, int64_t epoch, bool locked)
         return;
     }
     const bool undisturbed = agreed.book->purges == epoch && epoch % 2 == 0;
-    const bool whole = is_whole(seen());
-    ensure(whole || !undisturbed, "a record that isn't whole");
-    told.stale += !whole;
+    ensure(!undisturbed || is_whole(seen()), "a record that isn't whole");
     const int32_t version = deleted == 1 ? -seen().version : seen().version;
     if (locked) ensure(agreed.book->of(seen()) == version, "a record that is out of date");
 }

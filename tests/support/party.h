@@ -71,7 +71,6 @@ struct work_done {
     int64_t odd = 0;       // codes of bare searches beside a growing tree
     int64_t purges = 0;
     int64_t purged = 0; // records
-    int64_t stale = 0;  // reads at a place from before a purge that gave no whole record
 };
 inline constexpr struct {
     int64_t work_done::*number;
@@ -85,7 +84,6 @@ inline constexpr struct {
     {&work_done::odd, "searches beside a growing tree that ended in a code"},
     {&work_done::purges, "purges side by side"},
     {&work_done::purged, "records purged side by side"},
-    {&work_done::stale, "reads at a place from before a purge"},
 };
 
 // Calls until the answer is another one than TS_LOCK_REFUSED, with pauses of growing length.

@@ -159,8 +159,6 @@ a.idx: sound; 1 key, 10,408 bytes
 tarsil: import: a.idx: is no file of rows, but an index file: give the file with the rows last
 ! tarsil import a.dat a.idx not.csv
 tarsil: import: not.csv: can't be read: No such file or directory: check its name and its permissions
-! tarsil import a.dat more.csv a.idx
-tarsil: import: a.idx: is no file of rows, but an index file: give the file with the rows last
 ! tarsil import a.dat a.idx .
 tarsil: import: .: is a folder: give a file, or - for standard input
 ! tarsil import a.dat a.idx more.csv --rejects bad.csv
