@@ -168,6 +168,7 @@ int64_t number_of(char letter, const std::string& packed)
     case 'c': return first_of<uint8_t>(packed);
     case 'L':
     case 'U': return first_of<uint32_t>(packed);
+    case '?': return 0;
     default: return first_of<int32_t>(packed);
     }
 }
@@ -189,7 +190,7 @@ TEST_F(Compare, AScanEndsAtTheFirstEntryThatIsNotPassed)
 {
     std::mt19937 random(20240607);
     const auto below = [&random](size_t limit) { return random() % limit; };
-    const std::string letters = "sHhcLUils";
+    const std::string letters = "sHhcLUils?"; // ?: all are equal
     for (size_t round = 0; round < 9000; ++round) {
         const char letter = letters[round % letters.size()];
         const int32_t fixed = fixed_field_length(letter);

@@ -274,6 +274,7 @@ TEST_F(IndexFiles, DamagedFilesAreRefused)
         {with(whole, 0, 0x4453542a), TS_BAD_MAGIC},
         {with(whole, 4, 9), TS_INDEX_BAD_KEY_COUNT},
         {with(whole, 4, -1), TS_INDEX_BAD_KEY_COUNT},
+        {geometry(2, 2 * 20 + 8), TS_INDEX_BAD_KEY_RECORD},
         {geometry(5, 5 * 20 + 8), TS_INDEX_BAD_KEY_RECORD},
         {geometry(4, 4 * 20 + 9), TS_INDEX_BAD_KEY_RECORD},
         {geometry(0x40000004, 4 * 20 + 8), TS_INDEX_BAD_KEY_RECORD},        // right in 32 bits
