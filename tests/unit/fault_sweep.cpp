@@ -347,7 +347,7 @@ bool failed_call::is_retried() const
 void FaultSweep::start_with(const file_images& files, mode in_mode)
 {
     begin();
-    sim::offer_looks((turn_ + turn_ / 4) % 2 == 0); // in each mode
+    sim::offer_looks(turn_ % 2 == 0);
     switch_to(in_mode);
     for (const auto& [name, bytes] : files) sim::set_bytes(name, bytes);
 }
