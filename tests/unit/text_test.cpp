@@ -27,8 +27,9 @@ TEST(Text, StepsByFlag)
         {5, " a 1 2", "12"},
         {8, "  a b ", "a b "},
         {8, "   ", ""},
-        {8, "", ""}, // nothing in front of the destination is looked at
+        {8, "", ""},
         {16, " a b  ", " a b"},
+        {16, "  ", ""},
         {24, " a b ", "a b"},
         {32, "a   b  c d", "a b c d"},
         {32, "  a  ", " a "},
@@ -51,10 +52,11 @@ TEST(Text, StepsByFlag)
         std::vector<char> destination(std::string(r.source).size() + 1, '#');
         tsstrcvt32(destination.data(), r.source, r.flags);
         EXPECT_STREQ(destination.data(), r.result);
-        std::string in_place = r.source + std::string("\0xX", 3);
-        tsstrcvt32(in_place.data(), in_place.data(), r.flags);
-        EXPECT_STREQ(in_place.c_str(), r.result);
-        EXPECT_TRUE(in_place.ends_with("xX"));
+        // What stands around the text isn't touched, and no blank in front of it counts.
+        std::string in_place = ' ' + (r.source + std::string("\0xX", 3));
+        tsstrcvt32(in_place.data() + 1, in_place.data() + 1, r.flags);
+        EXPECT_STREQ(in_place.c_str() + 1, r.result);
+        EXPECT_TRUE(in_place.starts_with(" ") && in_place.ends_with("xX"));
     }
 }
 

@@ -263,6 +263,12 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
         set_entry_link(entry_at(slot().key_record, slot().work_node, 0), link);
         EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_FRAME_READ_POSITION);
     }
+    // However often a cursor behind the entries of its leaf is moved on, it gets nowhere.
+    slot().position = entry_count(slot().key_record, slot().work_node);
+    for (int32_t steps = 0; steps < 9; ++steps) {
+        EXPECT_LT(tsgetni32(0, 0, 0, record, &deleted), 0);
+        EXPECT_LE(slot().position, slot().key_record.max_entries);
+    }
     // The record has another number than its entry.
     ASSERT_EQ(tsgetd32(0, 14, record, &deleted), TS_OK);
     sim::set_bytes("d", support::with(sim::bytes("d"), 28 + 13 * 12 + 8, 99));
