@@ -68,9 +68,16 @@ I3 damage, key 0, at 24: tarsil reindex a.dat a.idx
 - a damaged order
 I2 damage, key 0, at 8: tarsil reindex a.dat a.idx
 $ cp good.dat a.dat; cp good.idx a.idx; tarsil add a.dat --set id=201 --partial > out.txt 2>&1; tarsil check a.dat a.idx | tail -3
+> tarsil check a.dat a.idx --json | grep -m 1 -A 5 '"invariant"'
   I11 out of step, key 0, record 201: The record at 8052 has no entry. Remedy: reindex.
   I11 out of step, key 1, record 201: The record at 8052 has no entry. Remedy: reindex.
 To mend it: tarsil reindex a.dat a.idx
+              "invariant": "I11",
+              "severity": "out of step",
+              "text": "The record at 8052 has no entry.",
+              "key": 0,
+              "record": 201,
+              "remedy": "reindex"
 
 # What can't be looked at.
 $ : > empty; echo some text > text.idx

@@ -8,6 +8,7 @@ a.dat: 3 fields, records of 20 bytes
 a.dat: 4 records added
 a.idx: 2 keys over 4 records: (name), (n, name)
 a.dat: record 3 deleted
+
 $ tarsil export a.dat
 name,n,x
 beech,3,0.1

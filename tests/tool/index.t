@@ -14,6 +14,7 @@ a.idx: sound; 2 keys, 2,552 bytes
 {"name":"oak","n":1,"memo":""}
 {"name":"ash","n":2,"memo":""}
 {"name":"beech","n":3,"memo":""}
+
 $ tarsil index a.dat b.idx --key n --dry-run --json | tr -d ' \n'; ls b*
 {"file":"b.idx","created":false,"records":3,"keys":[{"fields":[{"name":"n","type":"i32","letter":"i","length":4,"offset":8}]}]}ls: cannot access 'b*': No such file or directory
 [2]

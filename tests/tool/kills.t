@@ -76,7 +76,8 @@ $ cat > at_random << 'END'
 > for command in compact reindex; do
 > restore; start=$(date +%s%N); tarsil $command $files > out.txt; took=$(($(date +%s%N) - start)); kills=0
 > for delay in $(awk -v n=${TOOL_KILL_ROUNDS:-10} -v seed=${TOOL_KILL_SEED:-1} -v took=$took 'BEGIN { srand(seed); while (n-- > 0) print 0.001 + rand() * took / 1e9 }'); do
-> restore; (timeout -s KILL $delay tarsil $command $files > out.txt 2>&1; exit $?) 2> shell.txt || kills=$((kills + 1))
+> restore; (timeout -s KILL $delay tarsil $command $files > out.txt 2>&1; exit $?) 2> shell.txt
+> case $? in 137) kills=$((kills + 1)) ;; 0) ;; *) cat out.txt ;; esac
 > count=$(records); before=$(is_as_before); tarsil get a.dat 1 > got.txt 2>&1
 > case $command$count$before in compact5258* | compact5300'as before' | reindex5300*) ;; *) echo "$command, $delay: $count $before" ;; esac
 > [ "$(records)" = $count ] || echo "$command, $delay: $(records) records"

@@ -18,6 +18,7 @@ a.dat: 3 fields, records of 22 bytes
 a.dat: 8 records added
 a.idx: 3 keys over 8 records: (country, name), (height), (name)
 a.dat: record 6 deleted
+
 $ tarsil get a.dat 3
 record  3
 country CH
