@@ -32,6 +32,7 @@ enum class scene : uint8_t {
     plain,      // d alone, open
     indexed,    // d, i0 and i1, open
     variable,   // the same, of variable length
+    empty,      // the same, of fixed length and without records
     reused,     // d, i0 and i1, open, and a deleted slot is noted
     thin,     // the same, but an entry of that slot is alone in its leaf, so that it's passed over
     none_fits // the same, and there is no other deleted slot
@@ -296,7 +297,7 @@ const row rows[] = {
      TS_RECORD_TOO_SHORT},
     {"tsadd32", "locked by the caller", indexed, locked_by_caller, [] { return add(55); }, 0, keys},
     {"tsadd32", "duplicate", indexed, ready, [] { return add(70); }, TS_DUPLICATE_KEY},
-    {"tsadd32", "duplicate allowed", indexed, ready, [] { return add(70, 'y'); }, 0, keys},
+    {"tsadd32", "into a root", scene::empty, ready, [] { return add(55); }, 0, keys},
     {"tsadd32", "into a full leaf", indexed, with_full_leaf, [] { return add(99); }, 0, keys},
     {"tsadd32", "into a slot", scene::reused, ready, [] { return add(55); }, 0, keys},
     {"tsadd32", "into a slot, unchecked", scene::reused, ready, [] { return add(55, 'y'); }, 0,
@@ -381,7 +382,6 @@ class FunctionFaults : public FaultSweep, public testing::WithParamInterface<mod
 protected:
     data_slot before_{}, at_end_{}; // of the run without failures
     size_t counted_ = nowhere;      // the place in its log of the write with which an add counts
-
     void look_at_reference(const reference& run) override
     {
         at_end_ = data_slots[0];
@@ -414,7 +414,8 @@ protected:
         EXPECT_EQ(data_slots[0].header.end_offset, expected.end_offset);
         const bool takes_noted = failed.run.work.title.starts_with("into a slot");
         if (counted && takes_noted) { EXPECT_NE(data_slots[0].reuse_offset, before_.reuse_offset); }
-        if (failed.at % 2 == 0) add_another(counted);
+        const bool is_short = failed.planned.how == sim::failure::one_byte_short;
+        if (is_short || failed.at % 2 == 0) add_another(counted);
     }
 
     static void add_another(bool counted)
@@ -460,17 +461,16 @@ TEST_P(FunctionFaults, EveryCallOfEveryFunction)
     for (size_t n = 0; n < rounds * std::size(rows); ++n) {
         const row& each = rows[n % std::size(rows)];
         functions.insert(each.function);
-        workload work;
-        work.function = each.function;
-        work.title = each.title;
-        work.build = [&each] { build(each.files); };
-        work.open = [this, &each] {
-            open(each.files), each.place();
-            before_ = data_slots[0];
-        };
-        work.call = each.call;
-        work.success = each.success;
-        work.allowed = each.allowed;
+        const workload work = {each.function,
+                               each.title,
+                               [&each] { build(each.files); },
+                               [this, &each] {
+                                   open(each.files), each.place();
+                                   before_ = data_slots[0];
+                               },
+                               each.call,
+                               each.success,
+                               each.allowed};
         sweep_workload(work, GetParam());
     }
     EXPECT_EQ(functions.size(), 61U);

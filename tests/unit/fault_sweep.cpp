@@ -455,8 +455,10 @@ void FaultSweep::sweep_workload(const workload& work, mode in_mode)
     for (size_t at = 0; at < run.sites.size(); ++at) {
         const sim::logged& met = run.sites[at].call;
         const uint64_t nth_of_kind = ++of_kind[static_cast<size_t>(met.kind)];
-        for (const sim::fault& each : failures_of(met, at + 1, nth_of_kind)) {
-            if (failed_parts() == parts) fail({run, at, each});
+        if ((at + turn_) % failures_every_ == 0) {
+            for (const sim::fault& each : failures_of(met, at + 1, nth_of_kind)) {
+                if (failed_parts() == parts) fail({run, at, each});
+            }
         }
         apply(written_, met);
     }

@@ -80,6 +80,7 @@ protected:
     virtual void look_at_state(const failed_call&) {}
 
     uint64_t failures_made = 0;
+    uint64_t failures_every_ = 1; // of the calls, beginning with another one in each workload
 
 private:
     uint64_t turn_ = 0;   // of workloads; in every other one nodes are read, not looked at

@@ -228,6 +228,18 @@ TEST_F(Tree, NodesThatLeadInACircleOrNowhereEndInACode)
     }
 }
 
+TEST_F(Tree, LostWorkBuffersAreRefused)
+{
+    create(2, 'n');
+    insert_all({1, 2, 3, 4});
+    for (unsigned char** lost : {&shared_node, &node_scratch}) {
+        unsigned char* const kept = std::exchange(*lost, nullptr);
+        EXPECT_EQ(insert(5, 500), TS_NO_MEMORY_SCRATCH);
+        *lost = kept;
+    }
+    EXPECT_EQ(insert(5, 500), TS_OK);
+}
+
 TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
 {
     support::switch_to(support::mode::shared);
