@@ -166,6 +166,9 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     EXPECT_EQ(tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4), TS_OK);
     EXPECT_EQ(told[0], 11);
     EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
+    sim::count_afresh();
+    EXPECT_EQ(add(37), TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::read), 9U) << "without locks all is read anew at each step";
 }
 
 // The one block that the reuse of a slot needs is given back, and so are those of a failed call.
