@@ -1,12 +1,13 @@
 // TARSIL32 as a program would use it that wants speed: single-user, no write-through, cursors for
 // keys that are walked and for no others. Several processes at once use multi-user mode; a refused
-// lock is asked for again at once.
+// lock is asked for again at once, a refused bracket after a nap.
 //
 // After a kill the header is made anew (tsrbdbh32) and the index built anew, which is what
 // docs/BEHAVIOUR.md asks for after a kill in the middle of an add.
 #include <cstddef>
 
 #include <sched.h>
+#include <unistd.h>
 
 #include "bench/engine.h"
 #include "tarsil32.h"
@@ -21,12 +22,19 @@ int32_t deleted;
 
 void well(int32_t code, const char* step) { must(code >= 0, step, code); }
 
-// In multi-user mode a refused lock is somebody else's turn.
-template <class call> int32_t in_turn(call&& step)
+// In multi-user mode a refused lock is somebody else's turn: for a call, which is asked for again
+// at once, or for a series of them, which is worth a sleep.
+enum class turn : uint8_t { of_a_call, of_a_series };
+constexpr useconds_t nap = 20; // microseconds
+
+template <class call> int32_t in_turn(call&& step, turn of = turn::of_a_call)
 {
     int32_t code = step();
     while (code == TS_LOCK_REFUSED && shared_mode) {
-        sched_yield();
+        if (of == turn::of_a_series)
+            usleep(nap);
+        else
+            sched_yield();
         code = step();
     }
     return code;
@@ -176,8 +184,8 @@ bool remove(int32_t id)
 
 void begin()
 {
-    well(in_turn([] { return tslockd32(data); }), "tslockd32");
-    well(in_turn([] { return tslocki32(data, index_file); }), "tslocki32");
+    well(in_turn([] { return tslockd32(data); }, turn::of_a_series), "tslockd32");
+    well(in_turn([] { return tslocki32(data, index_file); }, turn::of_a_series), "tslocki32");
 }
 
 void commit()
