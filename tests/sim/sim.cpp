@@ -442,6 +442,12 @@ std::string bytes(const std::string& name)
     return file ? file->content : std::string();
 }
 
+size_t size(const std::string& name)
+{
+    const std::shared_ptr<file_body> file = find_file(name);
+    return file ? file->content.size() : 0;
+}
+
 void set_bytes(const std::string& name, const std::string& content)
 {
     std::shared_ptr<file_body>& file = world.files[name];

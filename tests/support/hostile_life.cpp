@@ -52,7 +52,7 @@ int32_t record_length(const life& of)
 size_t room(const life& of)
 {
     const int64_t length = record_length(of);
-    const int64_t bytes = static_cast<int64_t>(sim::bytes(data_name).size());
+    const int64_t bytes = static_cast<int64_t>(sim::size(data_name));
     const int64_t most = length > 0 ? std::min(length, bytes) : bytes;
     return static_cast<size_t>(std::max<int64_t>(most, 1));
 }
