@@ -1,9 +1,10 @@
 // The order of keys: the tolerances, further fields, and all letters beside a plain comparison.
-// Nodes and search values are heap blocks of exactly their size, so that the address sanitizer sees
-// a scan that looks further.
+// A node ends where memory ends, and a search value is a heap block of exactly its size, so that a
+// scan that looks further is seen, there by the address sanitizer.
 #include "index/compare.h"
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <limits>
@@ -51,6 +52,20 @@ constexpr scan_result before = scan_result::before;
 constexpr scan_result found = scan_result::found;
 constexpr scan_result behind_all = scan_result::behind_all;
 
+// The end of a page, behind which stands one that nobody may read.
+unsigned char* end_of_memory()
+{
+    constexpr size_t page = 4096;
+    static unsigned char* const end = [] {
+        void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        unsigned char* const second = static_cast<unsigned char*>(pages) + page;
+        EXPECT_EQ(mprotect(second, page, PROT_NONE), 0);
+        return second;
+    }();
+    return end;
+}
+
 // Entries and the search value are given as packed keys, in modes without a record offset the
 // latter as little as a caller may pass.
 place scan(const key_record& key, const std::vector<std::string>& entries,
@@ -58,11 +73,12 @@ place scan(const key_record& key, const std::vector<std::string>& entries,
 {
     std::string node;
     for (const std::string& entry : entries) node += raw(int32_t{-1}) + entry;
-    const std::vector<unsigned char> bytes(node.begin(), node.end());
+    unsigned char* const bytes = end_of_memory() - node.size();
+    std::copy(node.begin(), node.end(), bytes);
     const std::vector<unsigned char> value(search.begin(), search.end());
     place end = {behind_all, -7};
-    end.result = node_scan(key, bytes.data() + 4, value.data(),
-                           static_cast<int32_t>(entries.size()), end.position, exact);
+    end.result = node_scan(key, bytes + 4, value.data(), static_cast<int32_t>(entries.size()),
+                           end.position, exact);
     return end;
 }
 
@@ -149,6 +165,47 @@ TEST_F(Compare, FurtherFieldsDecideWhereTheFirstIsEqual)
     EXPECT_EQ(scan(partial, entries, "b", false), (place{found, 3}));
     partial.fields[0].type = '?';
     EXPECT_EQ(scan(partial, entries, "b", false), (place{found, 0}));
+}
+
+std::string value_of(char letter, int32_t number)
+{
+    switch (letter) {
+    case 'H':
+    case 'h': return raw(static_cast<int16_t>(number));
+    case 'c':
+    case 's': return std::string(1, static_cast<char>(number));
+    case 'f': return raw(static_cast<float>(number));
+    case 'L':
+    case 'U':
+    case 'i':
+    case 'l': return raw(number);
+    default: return raw(static_cast<double>(number));
+    }
+}
+
+// A field of each letter, and of some that are none, in front of one that would decide the other
+// way, by nine entries: a block that may be passed as a whole, and one behind it.
+TEST_F(Compare, TheFirstFieldThatDiffersDecidesIfItsLetterIsKnown)
+{
+    for (const char letter : std::string("sHhcLUilfd!?Vetz")) {
+        const bool is_known = fixed_field_length(letter) != unknown_letter;
+        for (const bool leads : {true, false}) {
+            std::vector<field> fields = {{letter, static_cast<int32_t>(value_of(letter, 1).size())},
+                                         {'c', 1}};
+            if (!leads) fields.insert(fields.begin(), field{'c', 1});
+            const key_record key = key_of_fields(fields);
+            const auto packed = [&](int32_t number) {
+                return (leads ? "" : "x") + value_of(letter, number) + value_of('c', 3 - number);
+            };
+            for (const int32_t number : {1, 2}) {
+                const std::vector<std::string> entries(9, packed(3 - number) + raw(int32_t{28}));
+                const bool is_behind = is_known == (number == 2);
+                EXPECT_EQ(scan(key, entries, packed(number), false),
+                          (is_behind ? place{behind_all, 9} : place{before, 0}))
+                    << letter << ' ' << leads << ' ' << number;
+            }
+        }
+    }
 }
 
 // What a packed key of one field is, without words and blocks: a number, or the text up to its end;

@@ -169,6 +169,14 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     sim::count_afresh();
     EXPECT_EQ(add(37), TS_OK);
     EXPECT_EQ(sim::calls(sim::call::read), 9U) << "without locks all is read anew at each step";
+
+    ASSERT_EQ(lock(), 2);
+    for (const uint64_t reads : {6U, 4U}) {
+        sim::count_afresh();
+        EXPECT_EQ(tsgeti32(0, 0, 0, i32(50).data(), record, &deleted), TS_OK);
+        EXPECT_EQ(sim::calls(sim::call::read), reads) << "key records and root, but once";
+    }
+    EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
 }
 
 // The one block that the reuse of a slot needs is given back, and so are those of a failed call.

@@ -160,5 +160,30 @@ TEST_P(Damage, FilesMayEndAnywhere)
 INSTANTIATE_TEST_SUITE_P(Files, Damage, testing::Values(20, TS_VARIABLE_LENGTH),
                          [](const auto& of) { return of.param > 0 ? "fixed" : "variable"; });
 
+class DamagedFrames : public Library {};
+
+// A frame is believed as far as the file and the caller's room for a record go.
+TEST_F(DamagedFrames, LeadNoReadAstray)
+{
+    const std::string two = frame("aaaa") + frame("bbbb");
+    const auto code_with = [&two](int32_t record_length, size_t where, int32_t length) {
+        sim::set_bytes("d", with(data_file(2, 0, record_length, 52, two), where, length));
+        EXPECT_EQ(tsopend32("d"), 0);
+        char body[4] = {};
+        int32_t deleted = 0;
+        const int32_t code = tsgetd32(0, 2, body, &deleted);
+        EXPECT_EQ(std::string(body, 4), std::string(4, 0)) << "nothing is delivered";
+        EXPECT_EQ(tsclosed32(0), TS_OK);
+        return code;
+    };
+    for (const int32_t length : {INT32_MIN, -1, 0, 5, INT32_MAX}) {
+        SCOPED_TRACE(length);
+        EXPECT_EQ(code_with(4, 44, length), TS_BODY_READ_SHORT);
+        EXPECT_EQ(code_with(TS_VARIABLE_LENGTH, 44, length), TS_BODY_READ_SHORT);
+        EXPECT_EQ(code_with(TS_VARIABLE_LENGTH, 32, length),
+                  length == 5 ? TS_BODY_READ_SHORT : TS_FRAME_READ_POSITION);
+    }
+}
+
 } // namespace
 } // namespace tarsil

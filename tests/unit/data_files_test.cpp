@@ -329,7 +329,7 @@ TEST_F(DataFiles, APurgeMovesRecordsUpAndClearsWhatTheyLeave)
             EXPECT_EQ(data_slots[0].current_offset, 28);
             const std::string header = data_file(r.records - r.deleted, 0, r.record_length,
                                                  end_of(r.after));
-            if (wanted != mode::single) { EXPECT_EQ(sim::bytes("d").substr(0, 28), header); }
+            EXPECT_EQ(sim::bytes("d").substr(0, 28) == header, wanted != mode::single);
             EXPECT_EQ(purge(), TS_PURGE_NOTHING_DELETED);
             ASSERT_EQ(tsclosed32(0), TS_OK);
             const std::string cleared(r.before.size() - r.after.size(), 0);

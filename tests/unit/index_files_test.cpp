@@ -281,14 +281,14 @@ TEST_F(IndexFiles, DamagedFilesAreRefused)
         {geometry(107374180, 107374180 * 20 + 8), TS_INDEX_BAD_KEY_RECORD}, // past any file
         {geometry(107374000, 107374000 * 20 + 8), TS_NODE_READ_SHORT},      // past this one
         {with(whole, second + 8, 17), TS_INDEX_BAD_KEY_RECORD},
-        {with(with(geometry(4, 4 * 8 + 8), second + 8, 0), second + 12, 4),
+        {with(with(geometry(4, 4 * 4 + 8), second + 8, 0), second + 12, 4),
          TS_INDEX_BAD_KEY_RECORD}, // a key without fields
         {with(whole, second + 12, 11), TS_INDEX_BAD_KEY_RECORD},
         {with(whole, second + 16, 2215), TS_INDEX_BAD_KEY_RECORD},
         {with(whole, second + 16, 2217 + 56), TS_NODE_READ_SHORT},
         {with(whole, second + 16, 0x7fffffff), TS_NODE_READ_SHORT},
         {with(whole, second + 20, 'x'), TS_INDEX_BAD_KEY_RECORD},
-        {with(with(with(geometry(4, 4 * 11 + 8), second + 12, 7), second + 20, 'x'), second + 24,
+        {with(with(with(geometry(4, 4 * 15 + 8), second + 12, 7), second + 20, 'x'), second + 24,
               unknown_letter),
          TS_INDEX_BAD_KEY_RECORD},
         {with(with(whole, second + 24, 8), second + 40, 0),

@@ -281,6 +281,7 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
         EXPECT_LT(tsgetni32(0, 0, 0, record, &deleted), 0);
         EXPECT_LE(slot().position, slot().key_record.max_entries);
     }
+    EXPECT_EQ(tsgetci32(0, 0, 0, record, &deleted), TS_FRAME_READ_POSITION);
     // The record has another number than its entry.
     ASSERT_EQ(tsgetd32(0, 14, record, &deleted), TS_OK);
     sim::set_bytes("d", support::with(sim::bytes("d"), 28 + 13 * 12 + 8, 99));
