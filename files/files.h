@@ -13,7 +13,7 @@ namespace tarsil {
 
 inline constexpr int32_t transfer_failed = -1;
 
-// The file, or no_file. A name whose first byte is 0 never reaches the platform.
+// The file, or no_file. No name and an empty one lead nowhere, as the platform answers.
 [[nodiscard]] platform::file_handle open_file(const char* name, platform::access wanted_access,
                                               platform::share wanted_share);
 [[nodiscard]] platform::file_handle create_file(const char* name, platform::access wanted_access,

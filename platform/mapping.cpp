@@ -13,7 +13,8 @@
 // one instruction: the mark and the length of a record. So what a kill leaves behind the end is a
 // record whose last part reads as zeros, or nothing: never a part without its length, which the
 // rebuild of a header would take for damage. What is there already is overwritten from its back:
-// a node whose entries move up for a new one then holds one of them twice, and loses none.
+// a node whose entries move up for a new one then holds one of them twice. (One from which an old
+// entry is taken, so that the others move down, can lack one: the rarer case has the harm.)
 #include "platform/mapping.h"
 
 #include "platform/bus_error.h"
@@ -136,10 +137,18 @@ void copy_from_back(uint8_t* to, const uint8_t* buffer, size_t bytes)
     std::memcpy(to, buffer, bytes);
 }
 
-bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool overwrites)
+// So does the place of what is appended into a tail that a purge or a kill has left.
+bool begins_with_zeros(const uint8_t* place, size_t bytes)
+{
+    uint64_t word = 0;
+    std::memcpy(&word, place, std::min(bytes, first_bytes));
+    return word == 0;
+}
+
+bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there)
 {
     begin_guarded_copy(to, bytes);
-    if (overwrites)
+    if (is_there && !begins_with_zeros(to, bytes))
         copy_from_back(to, buffer, bytes);
     else
         copy_from_front(to, buffer, bytes);

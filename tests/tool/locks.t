@@ -11,7 +11,7 @@ nobody has these files open
 $ cat > shown << 'END'
 > tool_hold "$@" > ready & holder=$!
 > until [ -s ready ]; do sleep 0.01; done
-> tarsil locks $2 $json | sed "s/  */ /g; s/ $//; s/$holder/N/"; kill $holder; wait $holder; rm ready
+> tarsil locks $2 $json | sed "s/  */ /g; s/ $//; s/$holder/N/"; kill $holder 2> kill.txt; wait $holder 2> kill.txt; rm ready
 > END
 
 $ sh shown open a.dat; sh shown alone a.dat; sh shown lock a.dat; json=--json sh shown ranges a.idx 0 2147483647 | grep -A 9 process\"
