@@ -244,7 +244,8 @@ int32_t remove_old_entry(const key_id& id, const add_work& work)
     clear_entries(entry_at(key.key_record, key.work_node, end.count - 1), stride, 1);
     set_entry_count(key.key_record, key.work_node, end.count - 1);
 
-    const int32_t code = write_node_from(id, key.work_node, end.node_offset, end.position);
+    const int32_t code = write_node_from(id, key.work_node, end.node_offset, end.position,
+                                         platform::order::from_front);
     if (code != TS_OK) return code;
     if (end.node_offset == key.key_record.root_offset)
         std::memcpy(key.root_node, key.work_node, static_cast<size_t>(key.key_record.node_bytes));

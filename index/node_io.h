@@ -36,8 +36,10 @@ template <class sight>
 [[nodiscard]] int32_t write_node(const key_id& id, const unsigned char* node, int32_t offset);
 
 // The same where nothing in front of entry `first_changed` has changed since the node was written.
+// Entries that have moved up go from the back, such as have moved down from the front.
 [[nodiscard]] int32_t write_node_from(const key_id& id, const unsigned char* node, int32_t offset,
-                                      int32_t first_changed);
+                                      int32_t first_changed,
+                                      platform::order wanted_order = platform::order::from_back);
 
 // Reads all eight key records in one block and takes over those of the keys that exist, each only
 // if it is sound and has the geometry that the key's buffers were made for. TS_OK,

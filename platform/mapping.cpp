@@ -12,9 +12,9 @@
 // A kill can cut a copy anywhere. Of what is appended the first eight bytes are stored first, with
 // one instruction: the mark and the length of a record. So what a kill leaves behind the end is a
 // record whose last part reads as zeros, or nothing: never a part without its length, which the
-// rebuild of a header would take for damage. What is there already is overwritten from its back:
-// a node whose entries move up for a new one then holds one of them twice. (One from which an old
-// entry is taken, so that the others move down, can lack one: the rarer case has the harm.)
+// rebuild of a header would take for damage. What is there already is overwritten from the end
+// that the caller names: a node whose entries move up, from the back, or down, from the front,
+// holds one of them twice then, and loses none.
 #include "platform/mapping.h"
 
 #include "platform/bus_error.h"
@@ -44,7 +44,7 @@ constexpr size_t line_bytes = 64; // of the processor's caches
 constexpr size_t fetched_bytes = 2048;
 constexpr size_t lines_behind = 2;        // of a few bytes that are read: what they tell of follows
 constexpr size_t read_ahead_bytes = 1024; // where one reads on, the next page too is there in time
-constexpr size_t chunk_bytes = 32;        // stored by one or two instructions
+constexpr size_t chunk_bytes = 16;        // stored by one instruction
 constexpr size_t zero_run_bytes = 256;    // as many zeros in a row are worth a system call
 
 // Written to the file, never to. Static, so that it takes no room in the library's file.
@@ -120,7 +120,7 @@ inline void copy_and_fetch(const uint8_t* from, uint8_t* buffer, size_t bytes)
 // Keeps the compiler from moving stores from one side to the other: a kill counts them in order.
 void keep_order() { std::atomic_signal_fence(std::memory_order_seq_cst); }
 
-void copy_from_front(uint8_t* to, const uint8_t* buffer, size_t bytes)
+void copy_appended(uint8_t* to, const uint8_t* buffer, size_t bytes)
 {
     const size_t first = std::min(bytes, first_bytes);
     std::memcpy(to, buffer, first);
@@ -137,6 +137,17 @@ void copy_from_back(uint8_t* to, const uint8_t* buffer, size_t bytes)
     std::memcpy(to, buffer, bytes);
 }
 
+void copy_from_front(uint8_t* to, const uint8_t* buffer, size_t bytes)
+{
+    for (; bytes >= chunk_bytes; bytes -= chunk_bytes) {
+        std::memcpy(to, buffer, chunk_bytes);
+        keep_order();
+        to += chunk_bytes;
+        buffer += chunk_bytes;
+    }
+    std::memcpy(to, buffer, bytes);
+}
+
 // So does the place of what is appended into a tail that a purge or a kill has left.
 bool begins_with_zeros(const uint8_t* place, size_t bytes)
 {
@@ -145,10 +156,12 @@ bool begins_with_zeros(const uint8_t* place, size_t bytes)
     return word == 0;
 }
 
-bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there)
+bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there, order wanted_order)
 {
     begin_guarded_copy(to, bytes);
-    if (is_there && !begins_with_zeros(to, bytes))
+    if (!is_there || begins_with_zeros(to, bytes))
+        copy_appended(to, buffer, bytes);
+    else if (wanted_order == order::from_back)
         copy_from_back(to, buffer, bytes);
     else
         copy_from_front(to, buffer, bytes);
@@ -267,18 +280,19 @@ void forget_view(open_file& entry)
 
 namespace {
 
-// What lies beyond the length as we know it, and what a cut may have left.
-[[gnu::noinline]] bool read_doubtful(open_file& entry, uint8_t* buffer, uint32_t bytes,
-                                     uint32_t& moved)
+// What reaches beyond the length as we know it.
+[[gnu::noinline]] bool read_beyond(open_file& entry, uint8_t* buffer, uint32_t bytes,
+                                   uint32_t& moved)
 {
     if (!has_known_size(entry)) return false;
     const int64_t there = std::min<int64_t>(int64_t{entry.view.length} - entry.position, bytes);
     if (there <= 0) return true;
 
     const size_t count = static_cast<size_t>(there);
-    bool may_be_cut = false; // Its size has just been asked for.
+    bool may_be_cut = false;
     if (!copy_out(entry.view.bytes + entry.position, buffer, count, may_be_cut))
         return give_up(entry);
+    if (may_be_cut && !has_known_size(entry)) return false;
     entry.position += static_cast<int32_t>(count);
     moved = static_cast<uint32_t>(count);
     return true;
@@ -290,18 +304,22 @@ bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved)
 {
     uint8_t* const target = static_cast<uint8_t*>(buffer);
     const int64_t end = int64_t{entry.position} + bytes;
-    bool is_doubtful = end > entry.view.length;
     if (bytes == 0) return true;
-    if (!is_doubtful && !copy_out(entry.view.bytes + entry.position, target, bytes, is_doubtful))
+    if (end > entry.view.length) [[unlikely]]
+        return read_beyond(entry, target, bytes, moved);
+
+    bool may_be_cut = false;
+    if (!copy_out(entry.view.bytes + entry.position, target, bytes, may_be_cut)) [[unlikely]]
         return give_up(entry);
-    if (is_doubtful) [[unlikely]]
-        return read_doubtful(entry, target, bytes, moved);
+    if (may_be_cut && !has_known_size(entry)) [[unlikely]]
+        return false;
     entry.position = static_cast<int32_t>(end);
     moved = bytes;
     return true;
 }
 
-bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved)
+bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved,
+                order wanted_order)
 {
     const int64_t end = int64_t{entry.position} + bytes;
     if (bytes == 0) return true;
@@ -314,7 +332,7 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
     if (overwrites && !look_at_last(place + bytes - 1, may_be_cut)) return give_up(entry);
     if (may_be_cut && !has_known_size(entry)) return false;
     const uint8_t* const source = static_cast<const uint8_t*>(buffer);
-    if (!copy_in(place, source, bytes, overwrites)) return give_up(entry);
+    if (!copy_in(place, source, bytes, overwrites, wanted_order)) return give_up(entry);
     entry.position = static_cast<int32_t>(end);
     view.length = std::max(view.length, entry.position);
     moved = bytes;

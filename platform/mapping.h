@@ -26,6 +26,7 @@
 namespace tarsil::platform {
 
 struct open_file;
+enum class order : uint8_t;
 
 // The whole range that positions reach is reserved at once, so the address never changes.
 inline constexpr size_t view_bytes = size_t{1} << 31;
@@ -54,7 +55,8 @@ void forget_view(open_file& entry);
 // if they have moved nothing: the transfer then goes by system calls, and once the mapping has
 // failed, so do all later ones.
 bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved);
-bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved);
+bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved,
+                order wanted_order);
 
 // LookAtFile and EndLook on a mapped file.
 const uint8_t* begin_look(open_file& entry, uint32_t bytes);

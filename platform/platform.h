@@ -59,7 +59,13 @@ bool DeleteFileA(const char* name);
 // then tells what had been moved before it. A transfer that would end beyond max_file_bytes, or
 // beyond a limit that the system sets to this process, is refused before a byte moves.
 bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved);
-bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved);
+
+// Which end of what is written over goes first, where the platform has the choice: a kill in the
+// midst of it leaves the rest as it was. Bytes that move up are whole as long as they go from the
+// back, bytes that move down from the front. What is appended always goes from the front.
+enum class order : uint8_t { from_back, from_front };
+bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved,
+               order wanted_order = order::from_back);
 
 // A look at `bytes` bytes from the file position where they lie, without a copy; the position
 // stays. None where that isn't offered, or where the file doesn't reach so far: ReadFile tells more

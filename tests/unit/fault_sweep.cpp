@@ -438,6 +438,7 @@ void FaultSweep::fail(const failed_call& planned)
     const leaves allowed = may_have_changed(failed) ? failed.run.work.allowed : leaves::sound_files;
     const found_files& found = find_in(files_to_judge(failed), allowed);
     judge_findings(allowed, found);
+    look_at_files(failed, found);
 }
 
 void FaultSweep::sweep_workload(const workload& work, mode in_mode)

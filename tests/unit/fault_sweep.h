@@ -75,9 +75,10 @@ class FaultSweep : public Library {
 protected:
     void sweep_workload(const workload& work, mode in_mode);
 
-    // What a test looks at beside, right behind the call.
+    // What a test looks at beside, right behind the call and in the files that it left.
     virtual void look_at_reference(const reference&) {}
     virtual void look_at_state(const failed_call&) {}
+    virtual void look_at_files(const failed_call&, const found_files&) {}
 
     uint64_t failures_made = 0;
     uint64_t failures_every_ = 1; // of the calls, beginning with another one in each workload
