@@ -143,7 +143,8 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     if (!end_is_allowed(*entry, bytes)) return false;
     if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
 
-    if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved, wanted_order)) return true;
+    if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved, wanted_order))
+        return true;
     const bool done = append_by_calls(*entry, static_cast<const uint8_t*>(buffer), bytes, moved);
     if (moved > 0) note_written(*entry);
     return done;
