@@ -239,7 +239,7 @@ protected:
     size_t blocks_ = 0;
     data_slot at_end_{}; // of the run without failures
     data_slot before_{};
-    bool added_another_ = false;
+    bool worked_on_ = false;
 
     bool reuses() const
     {
@@ -294,7 +294,7 @@ protected:
     void look_at_state(const failed_call& failed) override
     {
         EXPECT_EQ(sim::live_blocks(), blocks_);
-        added_another_ = false;
+        worked_on_ = false;
         if (failed.lasts() || !failed.ends_call()) return;
         const exit met = flow(failed.run, *how_).exit_of(failed.at);
         if (met == no_exit) return;
@@ -311,29 +311,13 @@ protected:
         if (met >= header_written && how_->taken == slot::first_noted) {
             EXPECT_NE(data.reuse_offset, before_.reuse_offset);
         }
-        if (failed.at % 2 == 0) add_another(met);
-    }
-
-    // Work goes on. What the record has taken, it keeps: a slot holds a live record now, and no
-    // further add goes over it.
-    void add_another(exit met)
-    {
-        const bool stored = met >= header_written;
-        const std::string record = frame(record_of(how_->number));
-        const size_t place = sim::bytes("d").find(record);
-        if (stored) { EXPECT_NE(place, std::string::npos); }
-        release_ranges();
-        tsautoup32('n');
-        // A split that failed half way can leave a branch without a child for what is behind it.
-        const int32_t code = tsadd32(0, record_of(77).c_str(), 13, 'y');
-        EXPECT_TRUE(code == TS_OK || (met == update_insertion && code == TS_NODE_DAMAGED)) << code;
-        if (stored && reuses()) { EXPECT_EQ(sim::bytes("d").find(record), place); }
-        added_another_ = true;
+        if (failed.at % 2 == 0) go_on_adding(failed, record_of);
+        worked_on_ = failed.at % 2 == 0;
     }
 
     void look_at_files(const failed_call& failed, const found_files& found) override
     {
-        if (failed.lasts() || !failed.ends_call() || added_another_) return;
+        if (failed.lasts() || !failed.ends_call() || worked_on_) return;
         const exit met = flow(failed.run, *how_).exit_of(failed.at);
         if (met < record_written || met == no_exit) return;
         const check::data_report& data = found.data;

@@ -1,5 +1,6 @@
 // What the checkers find in the files that a failure has left; see tests/unit/fault_sweep.h.
 #include "check/report_text.h"
+#include "index/slots.h"
 #include "tests/support/checked.h"
 #include "tests/unit/fault_sweep.h"
 
@@ -46,6 +47,60 @@ void FaultSweep::work_on(const file_images& files, int64_t damage)
     EXPECT_TRUE(code == TS_OK || (damage > 0 && code == TS_NODE_DAMAGED)) << code;
     finish();
     EXPECT_LE(damage_in(check_all(sim::files())), damage);
+}
+
+// What lives in a data file of 28 bytes and more in front of its records: each frame and its place.
+std::map<size_t, std::string> FaultSweep::live_records(const std::string& file, int32_t end_offset)
+{
+    std::map<size_t, std::string> live;
+    for (size_t at = 28 + static_cast<size_t>(load_i32(file.data() + 20));
+         at < static_cast<size_t>(end_offset);) {
+        const size_t bytes = 8 + static_cast<size_t>(load_i32(file.data() + at + 4));
+        if (file[at] != mark_deleted) live[at] = file.substr(at, bytes);
+        at += bytes;
+    }
+    return live;
+}
+
+void FaultSweep::go_on_adding(const failed_call& failed, std::string (*record_of)(int32_t number))
+{
+    if (failed.run.held_before.empty()) release_ranges();
+    tsautoup32('n');
+    const std::string& data = sim::bytes("d");
+    // Others can't know of a record that the header in the file doesn't count.
+    const auto before = live_records(data, is_shared() ? load_i32(data.data() + 16)
+                                                       : data_slots[0].header.end_offset);
+    // A split that failed half way can leave a branch without a child for what is behind it.
+    const bool may_be_damaged = !is_data(failed.site().call.file);
+    std::vector<int32_t> numbers = {77, 15, 66, 64, 33, 65, 105, 46, 47, -2};
+    // Further splits write what the failed one has left unwritten.
+    if (failed.planned.how == sim::failure::error) numbers.resize(2);
+    std::vector<std::string> stored;
+    for (const int32_t number : numbers) {
+        const std::string record = record_of(number);
+        const int32_t code = tsadd32(0, record.data(), static_cast<int32_t>(record.size()), 'y');
+        EXPECT_TRUE(code == TS_OK || (may_be_damaged && code == TS_NODE_DAMAGED)) << code;
+        if (code == TS_OK) stored.push_back(record);
+    }
+    for (const auto& [place, bytes] : before)
+        EXPECT_EQ(sim::bytes("d").substr(place, bytes.size()), bytes) << "at " << place;
+
+    release_ranges();
+    EXPECT_EQ(tsclosed32(0), TS_OK);
+    ASSERT_EQ(tsopend32("d"), 0);
+    for (const auto& [name, image] : failed.run.before) {
+        if (is_data(name)) continue;
+        char cursors[] = "yyyyyyyy";
+        const int32_t index = tsopeni32(0, name.c_str(), cursors);
+        ASSERT_GE(index, 0);
+        const auto first = static_cast<size_t>(key_of(0, index, 0).key_record.fields[0].offset);
+        for (const std::string& record : stored) {
+            char body[16];
+            int32_t deleted = 0;
+            EXPECT_EQ(tsgeti32(0, index, 0, record.data() + first, body, &deleted), TS_OK) << name;
+            EXPECT_EQ(std::string(body, record.size()), record) << name;
+        }
+    }
 }
 
 const found_files& FaultSweep::find_in(const file_images& files, leaves allowed)

@@ -80,6 +80,11 @@ protected:
     virtual void look_at_state(const failed_call&) {}
     virtual void look_at_files(const failed_call&, const found_files&) {}
 
+    // Work goes on in the same session, under the ranges that the caller holds, and then in another
+    // one: nothing goes over a live record, and what is answered with 0 is found in the first key
+    // of every index.
+    static void go_on_adding(const failed_call& failed, std::string (*record_of)(int32_t number));
+
     uint64_t failures_made = 0;
     uint64_t failures_every_ = 1; // of the calls, beginning with another one in each workload
 
@@ -93,6 +98,7 @@ private:
     void run_without_failure(reference& run);
     void fail(const failed_call& planned);
     void judge_files(const failed_call& failed, const file_images& files);
+    static std::map<size_t, std::string> live_records(const std::string& file, int32_t end_offset);
     static void judge_findings(leaves allowed, const found_files& found);
     void work_on(const file_images& files, int64_t damage);
     const found_files& find_in(const file_images& files, leaves allowed);
