@@ -188,23 +188,26 @@ int32_t read_branch(const key_id& id, int32_t offset)
     return is_leaf(key.key_record, key.work_node) ? int32_t{TS_NODE_DAMAGED} : int32_t{TS_OK};
 }
 
-int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end,
-                    leaf_part wanted)
+namespace {
+
+// Goes down from the root to a leaf, to a missing child, or to the child of the last of `levels`
+// branches, which isn't read.
+int32_t descend(descent& way, const key_id& id, int32_t levels)
 {
-    key_slot& key = key_of(id);
-    const key_record& record = key.key_record;
+    key_slot& key = way.key;
+    search_end& end = way.end;
     int32_t code = begin_at_root(key, end.node_offset);
     if (code != TS_OK) return code;
 
     end.met_equal = false;
-    descent way = {key, search_key, mode, wanted, end, TS_OK};
-    node_shape shape = {entry_count(record, key.root_node), is_leaf(record, key.root_node)};
+    node_shape shape = {entry_count(key.key_record, key.root_node),
+                        is_leaf(key.key_record, key.root_node)};
     scan_node(way, key.root_node, shape);
     while (!shape.is_leaf) {
         code = path_put(end.node_offset, path_end);
         if (code != TS_OK) return code;
         end.node_offset = end.link;
-        if (end.node_offset == no_offset) return not_in_leaf;
+        if (end.node_offset == no_offset || --levels == 0) return not_in_leaf;
 
         key.work_offset = end.node_offset;
         code = see_node(id, end.node_offset, key.work_node,
@@ -215,6 +218,24 @@ int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode
         if (code != TS_OK) return code;
     }
     return way.answer;
+}
+
+} // namespace
+
+int32_t tree_search(const key_id& id, const unsigned char* search_key, char mode, search_end& end,
+                    leaf_part wanted)
+{
+    descent way = {key_of(id), search_key, mode, wanted, end, TS_OK};
+    return descend(way, id, path_words);
+}
+
+int32_t find_leaf(const key_id& id, const unsigned char* packed, int32_t levels, search_end& end)
+{
+    descent way = {key_of(id), packed, exact_record, leaf_part::nothing, end, TS_OK};
+    const int32_t code = descend(way, id, levels);
+    if (code < 0) return code;
+    const bool is_there = end.node_offset != no_offset && path_length() == levels;
+    return is_there ? int32_t{TS_OK} : int32_t{TS_NODE_DAMAGED};
 }
 
 int32_t tree_search_record(const key_id& id, const record_image& record, int32_t record_offset,

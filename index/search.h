@@ -62,6 +62,12 @@ enum class leaf_part : uint8_t {
                                          int32_t record_offset, char mode, search_end& end,
                                          leaf_part wanted = leaf_part::nothing);
 
+// Goes down `levels` branches, at least one, on the way of an insertion to the node below them,
+// which isn't read: its offset is end.node_offset. TS_OK, TS_NODE_DAMAGED where no node or a leaf
+// comes sooner, the codes of tree_search.
+[[nodiscard]] int32_t find_leaf(const key_id& id, const unsigned char* packed, int32_t levels,
+                                search_end& end);
+
 // Notes the way of the search just made, unless it met equal fields or is too long.
 void note_way(const search_end& end, known_way& way);
 

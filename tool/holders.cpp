@@ -97,13 +97,9 @@ bool look_at(const fs::path& process, const struct stat& wanted, holder& found, 
     return has_it;
 }
 
-} // namespace
-
-holders holders_of(const std::string& name)
+holders look_for_holders(const struct stat& wanted)
 {
     holders result;
-    struct stat wanted = {};
-    if (stat(name.c_str(), &wanted) != 0) return result;
     int locks = 0;
     each_entry("/proc", [&](const fs::path& process) {
         const std::string number = process.filename();
@@ -120,6 +116,21 @@ holders holders_of(const std::string& name)
         result.known.push_back(std::move(found));
     });
     result.is_hidden_lock = count_locks(wanted.st_ino) > locks;
+    return result;
+}
+
+} // namespace
+
+// Locks come and go between the look at the processes and the count, so one that seems to be hidden
+// is looked for again.
+holders holders_of(const std::string& name)
+{
+    constexpr int most_looks = 3;
+    holders result;
+    struct stat wanted = {};
+    if (stat(name.c_str(), &wanted) != 0) return result;
+    for (int looks = 0; looks < most_looks && (looks == 0 || result.is_hidden_lock); ++looks)
+        result = look_for_holders(wanted);
     return result;
 }
 

@@ -1,6 +1,7 @@
 // Indexes of every shape built by tscrindd32 over records that rise, fall or come by chance: found
-// sound by the checker, and walked both ways. TARSIL32_BUILD_RECORDS sets how many records the
-// largest builds have (20000); keys of many bytes take a share of it.
+// sound by the checker, walked both ways, and the same to the byte as in multi-user mode, where no
+// insertion is held back; the cursor stands alike, too. TARSIL32_BUILD_RECORDS sets how many
+// records the largest builds have (20000); keys of many bytes take a share of it.
 #include "check/report_text.h"
 #include "tests/support/checked.h"
 #include "tests/support/library_fixture.h"
@@ -93,6 +94,14 @@ struct Building : support::Library,
         while (entries <= most && step(0, 0, 0, record.data(), &deleted) == TS_OK) ++entries;
         return entries;
     }
+
+    // The record behind the one at the cursor, or that there is none.
+    static std::string behind_cursor(std::string& record)
+    {
+        int32_t deleted = 0;
+        const int32_t code = tsgetni32(0, 0, 0, record.data(), &deleted);
+        return code == TS_OK ? record : std::to_string(code);
+    }
 };
 
 TEST_P(Building, IsSoundAndWhole)
@@ -103,12 +112,14 @@ TEST_P(Building, IsSoundAndWhole)
     key_definition key = support::define_key(order, of.fields);
     for (int32_t i = 1; i < key.field_count; ++i)
         key.offsets[i] = key.offsets[i - 1] + key.lengths[i - 1];
+    key_definition same_key = key; // a creation puts the order that it has chosen into it
     const int32_t built = tscrindd32(0, "i", 1, &key, record.data());
     if ((built == TS_TREE_TOO_DEEP || built == TS_NODE_WRITE_SHORT) && may_be_too_deep()) {
         EXPECT_FALSE(sim::exists("i"));
         return;
     }
     ASSERT_EQ(built, 0);
+    const std::string next = behind_cursor(record);
     EXPECT_EQ(walk(tsgetfi32, tsgetni32, record, count), count);
     EXPECT_EQ(walk(tsgetli32, tsgetpi32, record, count), count);
     ASSERT_EQ(tsclosed32(0), TS_OK);
@@ -117,6 +128,12 @@ TEST_P(Building, IsSoundAndWhole)
     EXPECT_TRUE(report.is_sound()) << check::lines_of(report.keys[0].findings);
     EXPECT_EQ(report.keys[0].entries, count);
     EXPECT_EQ(report.unreached_bytes, 0);
+
+    ASSERT_EQ(tsmuser32('y'), TS_OK);
+    ASSERT_EQ(tsopend32("d"), 0);
+    ASSERT_EQ(tscrindd32(0, "j", 1, &same_key, record.data()), 0);
+    EXPECT_EQ(behind_cursor(record), next);
+    EXPECT_TRUE(sim::bytes("j") == sim::bytes("i"));
 }
 
 std::string name_of(const testing::TestParamInfo<Building::ParamType>& tested)

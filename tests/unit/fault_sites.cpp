@@ -319,9 +319,13 @@ struct judge {
     }
 
     // The blocks of an index in their order: itself, its keys, a root for each, a leaf and a path
-    // for each cursor, two buffers for all.
-    int32_t of_allocation(int64_t nth) const
+    // for each cursor, two buffers for all. Behind the creation only insertions are to be held
+    // back, which isn't needed.
+    int32_t of_allocation(size_t at, int64_t nth) const
     {
+        const size_t created = first(
+            [](const fault_site& site) { return site.call.kind == call::create; });
+        if (function == "tscrindd32" && at > created) return 0;
         if (!is_among(function, {"tscrind32", "tscrindd32", "tsopeni32"}))
             return code_by_function(function, call::allocate, nth, shared);
         const int64_t keys = blocks_of(sizeof(key_slot));
@@ -337,7 +341,7 @@ struct judge {
     int32_t of_file(size_t at, int64_t nth) const
     {
         const call kind = all[at].call.kind;
-        if (kind == call::allocate) return of_allocation(nth);
+        if (kind == call::allocate) return of_allocation(at, nth);
         if (kind != call::close) return code_by_function(function, kind, nth, shared);
         // Elsewhere it is the end of a question whether the file is there.
         if (!is_among(function, {"tsclosed32", "tsclosei32"})) return 0;
