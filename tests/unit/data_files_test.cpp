@@ -236,9 +236,6 @@ TEST_F(DataFiles, WhereAFailedReadLeavesTheCurrentRecord)
     }
 }
 
-// --- Changes
-// ---------------------------------------------------------------------------------------
-
 // Which bytes of a key field count: all of a number, of a string those up to a 0 in both images.
 TEST_F(DataFiles, WhatCountsAsAChangeOfAKey)
 {
@@ -293,9 +290,6 @@ TEST_F(DataFiles, ScratchHoldsNoMoreThanItsRoom)
     std::vector<char> scratch(4);
     EXPECT_EQ(tsupd32(0, 1, "aXXX", 4, &deleted, scratch.data(), 0), TS_BODY_READ_SHORT);
 }
-
-// --- Purging and rebuilding
-// ------------------------------------------------------------------------
 
 TEST_F(DataFiles, APurgeMovesRecordsUpAndClearsWhatTheyLeave)
 {
@@ -373,9 +367,6 @@ TEST_F(DataFiles, ARebuildMakesTheHeaderFromTheRecords)
     }
 }
 
-// --- Damage
-// ----------------------------------------------------------------------------------------
-
 TEST_F(DataFiles, DamagedFilesAreRefusedAsTheyAre)
 {
     const std::string two = frame("aaaa") + frame("bbbb", 'd');
@@ -451,13 +442,18 @@ TEST_F(DataFiles, HostileHeadersLeadToNoWriteAndNoBlock)
         EXPECT_EQ(sim::bytes("d"), bytes);
     }
     const std::string frames = frame("1111") + frame("2222", 'd');
-    for (const auto& [records, end] :
-         {std::pair{2, INT32_MIN}, {2, -1}, {2, 0}, {2, 27}, {2, 51}, {-1, 52}, {INT32_MAX, 52}}) {
+    const auto try_end = [&](int32_t record_length, int32_t records, int32_t end) {
+        SCOPED_TRACE(std::to_string(records) + " records to " + std::to_string(end));
         start_over(mode::single);
-        sim::set_bytes("d", data_file(records, 1, 4, end, frames));
+        sim::set_bytes("d", data_file(records, 1, record_length, end, frames));
         ASSERT_EQ(tsopend32("d"), 0);
-        EXPECT_LT(tsadd32(0, "abcd", 4, 'y'), 0);
+        EXPECT_EQ(tsadd32(0, "abcd", 4, 'y'), TS_RECORD_WRITE_POSITION);
         EXPECT_EQ(stored(), frames);
+    };
+    for (const int32_t end : {INT32_MIN, -1, 0, 27, 28, 40, 51}) try_end(4, 2, end);
+    for (const int32_t end : {27, INT32_MAX - 11}) try_end(TS_VARIABLE_LENGTH, 2, end);
+    for (const int32_t records : {-1, INT32_MAX}) {
+        for (const int32_t record_length : {4, -1}) try_end(record_length, records, 52);
     }
     start_over(mode::single);
     for (const int32_t count : {INT32_MAX, INT32_MIN}) {

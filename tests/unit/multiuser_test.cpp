@@ -130,7 +130,7 @@ TEST_F(MultiUser, TheRowOfAFile)
     }
 }
 
-TEST_F(MultiUser, PositionAndTries)
+TEST_F(MultiUser, TheFilePositionStays)
 {
     open_twice();
     const platform::file_handle file = data_slots[0].file;
@@ -149,29 +149,6 @@ TEST_F(MultiUser, PositionAndTries)
     EXPECT_EQ(release(50, 8), 0);
     EXPECT_EQ(release(1000, 8), 0);
     EXPECT_EQ(position(), 50U);
-
-    // Two refusals are passed over, three are the answer; each place of a failed position has its
-    // code.
-    const struct {
-        sim::call failing;
-        uint64_t at;
-        int32_t code, entry;
-    } rows[] = {{sim::call::lock, 1, 1, 100},
-                {sim::call::position, 1, TS_LOCK_NO_POSITION, no_offset},
-                {sim::call::position, 2, TS_LOCK_POSITION, no_offset},
-                {sim::call::position, 3, TS_LOCK_RESTORE_POSITION, 100}};
-    for (const auto& r : rows) {
-        sim::plan({.at = r.at, .where = sim::only(r.failing)});
-        EXPECT_EQ(place(100, 1), r.code);
-        sim::clear_fault();
-        EXPECT_EQ(entry(0).offset, r.entry);
-        EXPECT_GE(tsulalld32(0), 0);
-    }
-    sim::count_afresh();
-    sim::plan({.times = sim::for_good, .where = sim::only(sim::call::lock)});
-    EXPECT_EQ(place(100, 1), TS_LOCK_REFUSED);
-    EXPECT_EQ(sim::calls(sim::call::lock), 3U);
-    EXPECT_EQ(entry(0).offset, no_offset);
 }
 
 TEST_F(MultiUser, APlaceThatAnotherPartysPurgeTookAwayIsPassedOver)
