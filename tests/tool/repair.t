@@ -9,7 +9,7 @@ a.idx: 1 key over 0 records: (id)
 a.dat: 50 records added
 a.dat: records 7, 14 deleted
 
-$ for size in 2004 2005 2011 2012 2013 2029 2043; do
+$ for size in 2004 2005 2012 2043; do
 > head -c $size good > a.dat; dd if=header of=a.dat conv=notrunc 2> dd.txt; cp a.dat before
 > tarsil repair a.dat --dry-run > out.txt; cmp a.dat before; tarsil repair a.dat | grep -v INDEX; tarsil check a.dat > check.txt || echo unsound
 > tail -c +45 a.dat > records; head -c 2004 good | tail -c +45 | cmp - records
@@ -17,13 +17,7 @@ $ for size in 2004 2005 2011 2012 2013 2029 2043; do
 a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
 a.dat: 1 bytes of half a record cut off at 2004
 a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
-a.dat: 7 bytes of half a record cut off at 2004
-a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
 a.dat: 8 bytes of half a record cut off at 2004
-a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
-a.dat: 9 bytes of half a record cut off at 2004
-a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
-a.dat: 25 bytes of half a record cut off at 2004
 a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
 a.dat: 39 bytes of half a record cut off at 2004
 a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0

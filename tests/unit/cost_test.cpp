@@ -26,11 +26,7 @@ protected:
     static void create()
     {
         ASSERT_EQ(tscrdata32("d", 24, 0, nullptr), 0);
-        key_definition key = {};
-        key.cursor = 'y';
-        key.order = 2;
-        key.field_count = 1;
-        key.types[0] = 'l';
+        key_definition key = support::define_key(2, {{'l'}});
         ASSERT_EQ(tscrind32(0, "i", 1, &key), 0);
         for (int32_t number = 10; number <= 100; number += 10) ASSERT_EQ(add(number), TS_OK);
     }

@@ -4,8 +4,8 @@
 
 #include "check/report_text.h"
 #include "index/slots.h"
-#include "tests/sim/sim.h"
 #include "tests/support/checked.h"
+#include "tests/support/library_fixture.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -16,18 +16,13 @@ namespace tarsil::model {
 
 namespace {
 
+// What the library knows the length of itself is given a wrong one.
 key_definition definition_of(const key& of, uint32_t order)
 {
-    key_definition made = {};
-    made.cursor = of.has_cursor ? 'y' : 'n';
-    made.order = order;
-    made.field_count = static_cast<int32_t>(of.fields.size());
-    for (size_t i = 0; i < of.fields.size(); ++i) {
-        made.types[i] = of.fields[i].type;
-        made.lengths[i] = of.fields[i].type == 's' ? of.fields[i].length : -77;
-        made.offsets[i] = of.fields[i].offset;
-    }
-    return made;
+    std::vector<support::key_part> parts;
+    for (const field& each : of.fields)
+        parts.push_back({each.type, each.type == 's' ? each.length : -77, each.offset});
+    return support::define_key(order, parts, of.has_cursor ? 'y' : 'n');
 }
 
 } // namespace
