@@ -53,7 +53,7 @@ static void boundary_records(void)
 static void texts(void)
 {
     char buffer[8] = "1234567";
-    char text[8];
+    char text[9];
     tsstrcvt32(text, "a   b  c", 32);
     IS(strcmp(text, "a b c"), 0);
     tsinitbf32(5, 'x', buffer);
