@@ -325,6 +325,10 @@ TEST_F(IndexFiles, SharedReadingTakesOverWhatIsSound)
     sim::set_bytes(name,
                    with(with(whole, 8, 6), 12, 6 * 12 + 8)); // sound, and too large for the buffers
     EXPECT_EQ(refresh_root(id), TS_INDEX_BAD_KEY_RECORD);
+    const std::string two_fields = key_block(4, 4 * 16 + 8, 8, 2216, {{'h', 2, 0}, {'h', 2, 2}});
+    sim::set_bytes(name, std::string(whole).replace(8, two_fields.size(), two_fields));
+    EXPECT_EQ(refresh_root(id), TS_INDEX_BAD_KEY_RECORD)
+        << "entries of the same size, larger nodes";
     EXPECT_EQ(key_of(id).key_record.max_entries, 4);
     sim::set_bytes(name, with(with(whole, 8 + 16, 2217), 2216 + 49, 9)); // a root that is none
     EXPECT_EQ(refresh_root(id), TS_NODE_DAMAGED);

@@ -269,6 +269,10 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
     EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
     EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
     EXPECT_EQ(tsgetipp32(0, 0, 0, "\0\0\0\1", 1, 0, record, &deleted), TS_CURSOR_NONE);
+    data_slots[0].header.record_count = 1; // but the tree has none
+    EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
+    EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
+    data_slots[0].header.record_count = 0;
     for (int32_t value = 1; value < 15; ++value) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
     ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
     for (const int32_t link : {no_offset, 0, 27, INT32_MIN, 41}) {
@@ -303,6 +307,21 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
         EXPECT_EQ(read(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
     EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_CURSOR_NONE);
     EXPECT_EQ(tsdelci32(0, 0, 0), TS_CURSOR_NONE);
+}
+
+// Between the look for duplicates and the insertion another process has put 15 where 20 was.
+TEST_F(Tree, AWayThatMayHaveChangedIsNotTaken)
+{
+    support::switch_to(support::mode::shared);
+    create(2);
+    for (const int32_t value : {10, 20, 30, 40, 50}) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
+    const auto twenty = static_cast<size_t>(first_node_offset + 12 + entry_link_bytes);
+    ASSERT_EQ(load_i32(bytes_at(sim::bytes("i"), first_node_offset + 16)), 20);
+    sim::meanwhile(1, sim::only(sim::call::write),
+                   [&] { sim::set_bytes("i", support::with(sim::bytes("i"), twenty, 15)); });
+    const int32_t value = 17;
+    EXPECT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
+    EXPECT_EQ(nodes_of_file().front(), "2216 l 10@28 15@40 17@88 30@52");
 }
 
 // Another process has added a record since.
