@@ -36,11 +36,12 @@ enum class share : uint8_t { none, read_write };
 
 enum class origin : uint8_t { begin, current, end };
 
-// Opens or creates the file called `name` (8-bit, 0-terminated, taken as it stands). open_existing
-// fails if the name does not exist, is no regular file, or if access or sharing can't be granted
-// now. create_new goes with access read_write only; it fails if the name exists, whatever it is; it
-// never truncates, and nobody ever sees the new file without its share mode. The file position
-// begins at 0. Result: the handle, or no_file.
+// Opens or creates the file called `name` (8-bit, 0-terminated, taken as it stands). No name and an
+// empty one are refused. open_existing fails if the name does not exist, is no
+// regular file, or if access or sharing can't be granted now. create_new goes with access
+// read_write only; it fails if the name exists, whatever it is; it never truncates, and nobody ever
+// sees the new file without its share mode. The file position begins at 0. Result: the handle, or
+// no_file.
 file_handle CreateFileA(const char* name, access wanted_access, share wanted_share,
                         disposition how);
 
@@ -49,8 +50,8 @@ file_handle CreateFileA(const char* name, access wanted_access, share wanted_sha
 // case too.
 bool CloseHandle(file_handle file);
 
-// Removes the file called `name`, unless somebody has it open. The result is for tests; the logic
-// ignores it.
+// Removes the file called `name`, unless somebody has it open; false for no name and an empty one.
+// The result is for tests; the logic ignores it.
 bool DeleteFileA(const char* name);
 
 // Moves `bytes` bytes at the file position and advances it by the bytes moved, whose number goes to

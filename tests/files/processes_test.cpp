@@ -264,5 +264,110 @@ TEST_F(Processes, LocksOfACallerStandOverCallsAndKeepOthersOut)
     self.close();
 }
 
+// --- One name, built by several at once ---------------------------------------------------------
+
+// Each has its data file open when they all begin. Alone they have one each, with the same records.
+// Who opens the name while it is built can get the build refused, and keep what there is of the
+// file from being removed: then the name stays taken.
+struct build_case {
+    const char* what;
+    bool is_shared;
+    bool is_opened; // by one more, over and over, meanwhile
+};
+constexpr build_case build_cases[] = {
+    {"alone", false, false}, {"shared", true, false}, {"shared, and opened", true, true}};
+constexpr int32_t builders = 4;
+constexpr int32_t records_to_build = 300;
+
+class NameForAll : public Processes {
+protected:
+    std::atomic<int32_t>& ready = book->numbered[0];
+    std::atomic<int32_t>* const answers = book->numbered + 1; // of each builder; not 0 once it has
+
+    std::string data_of(const build_case& in, int32_t own) const
+    {
+        return folder.file(in.is_shared ? "d0" : "d" + std::to_string(own));
+    }
+
+    void open_and_wait(const build_case& in, int32_t own)
+    {
+        must(tsinit32(), "start");
+        must(tsmuser32(in.is_shared ? 'y' : 'n'), "mode");
+        open_shared(data_of(in, own));
+        ++ready;
+        while (ready < builders + in.is_opened) {}
+    }
+
+    void build(const build_case& in, int32_t own)
+    {
+        open_and_wait(in, own);
+        key_definition key = {};
+        key.cursor = 'n';
+        key.order = 4;
+        key.field_count = 1;
+        key.types[0] = 'l';
+        int32_t record = 0;
+        const int32_t code = tscrindd32(0, folder.file("i").c_str(), 1, &key, &record);
+        answers[own] = code + (code >= 0);
+        must(tsclosed32(0), "close");
+    }
+
+    // Until all have answered. A file that has just been made is empty.
+    void open_meanwhile(const build_case& in)
+    {
+        open_and_wait(in, builders);
+        const auto has_answered = [](const auto& answer) { return answer != 0; };
+        while (!std::all_of(answers, answers + builders, has_answered)) {
+            char cursor = 'n';
+            const int32_t code = tsopeni32(0, folder.file("i").c_str(), &cursor);
+            must(code, "open", {TS_OPEN_INDEX_NOT_THERE, TS_LOCK_REFUSED, TS_VERSION_READ_SHORT});
+            if (code >= 0) must(tsclosei32(0, code), "close");
+        }
+        must(tsclosed32(0), "close");
+    }
+};
+
+TEST_F(NameForAll, OneWhoBuildsItWinsAndTheOthersAreTold)
+{
+    start_shared();
+    must(tscrdata32(folder.file("d0").c_str(), 4, 0, nullptr), "create");
+    for (int32_t i = 0; i < records_to_build; ++i) {
+        const int32_t number = i * 7919 % 1009;
+        must(tsadd32(0, &number, 0, 'y'), "add");
+    }
+    must(tsclosed32(0), "close");
+    tsfree32();
+    const std::string data = file_bytes(folder.file("d0"));
+    for (int32_t own = 1; own < builders; ++own)
+        set_file_bytes(folder.file("d" + std::to_string(own)), data);
+
+    for (int64_t round = 0; round < 8 * scale() && !HasFailure(); ++round)
+        for (const build_case& in : build_cases) {
+            SCOPED_TRACE(in.what);
+            std::filesystem::remove(folder.file("i"));
+            std::memset(static_cast<void*>(book), 0, sizeof *book);
+            crew all;
+            for (int32_t own = 0; own < builders; ++own)
+                all.begin([&, own] { return build(in, own), work_done{}; });
+            if (in.is_opened) all.begin([&] { return open_meanwhile(in), work_done{}; });
+            all.finish();
+            int32_t won = 0;
+            for (int32_t own = 0; own < builders; ++own) {
+                won += answers[own] > 0;
+                EXPECT_TRUE(answers[own] > 0 ||
+                            is_one_of(answers[own],
+                                      {TS_CREATE_INDEX_FILE_EXISTS, TS_CREATE_INDEX_FAILED}) ||
+                            (in.is_opened && answers[own] == TS_LOCK_REFUSED))
+                    << answers[own];
+            }
+            EXPECT_TRUE(won == 1 || (in.is_opened && won == 0)) << won;
+            if (won == 0) continue;
+            const check::index_report report = check_index(file_bytes(folder.file("i")), data);
+            EXPECT_TRUE(report.is_sound());
+            ASSERT_EQ(report.keys.size(), 1U);
+            EXPECT_EQ(report.keys[0].entries, records_to_build);
+        }
+}
+
 } // namespace
 } // namespace tarsil::support

@@ -1,0 +1,95 @@
+// The life of a writer that is killed in the end: what it adds, updates and deletes, and how it
+// tells what it has been answered, in memory that outlives it.
+//
+// A record is made of who wrote it, its number and its version; every fourth version has other keys
+// than the one before, so that the update that makes it deletes the record and adds another one.
+#pragma once
+
+#include "tarsil32.hpp"
+#include "tests/support/temp_folder.h"
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+namespace tarsil::kills {
+
+#if defined(TARSIL32_MAPPING)
+inline constexpr bool is_built_to_map = true;
+#else
+inline constexpr bool is_built_to_map = false;
+#endif
+
+inline constexpr int32_t page = 4096;
+inline constexpr int32_t most_writers = 4;
+inline constexpr int32_t new_numbers = 3000; // of a writer; then new files are begun
+inline constexpr int32_t many = 6000; // that stand there before, as many as make more than 1 MiB
+inline constexpr uint32_t order_of_keys = 4;
+inline constexpr int32_t versions_of_key = 4; // one update in four changes a key
+
+struct row {
+    int32_t writer;
+    int32_t number;
+    int32_t epoch;
+    int32_t version;
+    char name[100];
+    char text[124];
+};
+
+row make_row(int32_t writer, int32_t number, int32_t version);
+
+// What a writer has been answered, in memory that it shares with the test. A version is below 0
+// once its record is deleted, and 0 before it is added.
+struct answered {
+    std::atomic<int32_t> records; // numbered from 1 on
+    std::atomic<int32_t> calls;   // that had returned, in this life
+    std::atomic<int32_t> refusal; // the code of a call that should have gone well
+    std::atomic<int32_t> number;  // of the record whose version is to become `target`, if that
+    std::atomic<int32_t> target;  // isn't 0
+    std::atomic<int32_t> versions[many + new_numbers + 1];
+
+    int32_t version() const { return versions[number]; }
+    bool has_a_new_key() const
+    {
+        return target > 0 && (version() == 0 || target % versions_of_key == 0);
+    }
+};
+
+struct mode_of_work {
+    const char* name;
+    bool is_shared;
+    int32_t writers;
+    bool is_variable;
+    int32_t begin; // records that are there before
+
+    size_t length(int32_t number) const
+    {
+        return sizeof(row) - (is_variable ? static_cast<size_t>(number % 6) * 20 : 0);
+    }
+    // Whether a kill can cut a write that lies within one page.
+    bool is_stored_bytewise() const { return is_built_to_map && !is_shared; }
+};
+
+std::vector<key_definition> definitions();
+
+struct open_files {
+    result<library> started;
+    data_file file;
+    class index index;
+    key_cursor key;
+
+    open_files(const support::temp_folder& folder, const mode_of_work& how)
+        : started(library::start({.multi_user = how.is_shared,
+                                  .reuse_deleted = !how.is_variable,
+                                  .wait = retry::up_to(std::chrono::seconds(20))})),
+          file(*started->open(folder.file("kill.dat"))),
+          index(*file.open_index(folder.file("kill.idx"))), key(*index.key(0))
+    {
+    }
+};
+
+// Only a kill ends it.
+[[noreturn]] void live(const support::temp_folder& folder, const mode_of_work& how, int32_t self,
+                       answered& notes, uint32_t seed);
+
+} // namespace tarsil::kills
