@@ -194,9 +194,10 @@ TEST_F(Compare, TheFirstFieldThatDiffersDecidesIfItsLetterIsKnown)
                                          {'c', 1}};
             if (!leads) fields.insert(fields.begin(), field{'c', 1});
             const key_record key = key_of_fields(fields);
-            const auto packed = [&](int32_t number) {
-                return (leads ? "" : "x") + value_of(letter, number) + value_of('c', 3 - number);
+            const auto of_both = [&](int32_t number, int32_t further) {
+                return (leads ? "" : "x") + value_of(letter, number) + value_of('c', further);
             };
+            const auto packed = [&](int32_t number) { return of_both(number, 3 - number); };
             for (const int32_t number : {1, 2}) {
                 const std::vector<std::string> entries(9, packed(3 - number) + raw(int32_t{28}));
                 const bool is_behind = is_known == (number == 2);
@@ -204,6 +205,12 @@ TEST_F(Compare, TheFirstFieldThatDiffersDecidesIfItsLetterIsKnown)
                           (is_behind ? place{behind_all, 9} : place{before, 0}))
                     << letter << ' ' << leads << ' ' << number;
             }
+            // Only the first of the block is equal where the further field says behind of all.
+            std::vector<std::string> rising(9, packed(2) + raw(int32_t{28}));
+            rising.front() = packed(1) + raw(int32_t{28});
+            EXPECT_EQ(scan(key, rising, of_both(1, 3), false),
+                      (is_known ? place{before, 1} : place{behind_all, 9}))
+                << letter << ' ' << leads;
         }
     }
 }
