@@ -9,6 +9,7 @@
 #include "tests/support/temp_folder.h"
 
 #include <atomic>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,8 @@ struct mode_of_work {
     // Whether a kill can cut a write that lies within one page.
     bool is_stored_bytewise() const { return is_built_to_map && !is_shared; }
 };
+
+inline void PrintTo(const mode_of_work& of, std::ostream* out) { *out << of.name; }
 
 std::vector<key_definition> definitions();
 
