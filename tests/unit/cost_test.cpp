@@ -117,6 +117,8 @@ TEST_F(Cost, OfChanging)
         // Also the branch, and the leaf again; two leaves, two branches, the new root, and the key
         // records with each of the three levels.
         {"add that splits up to the root", [] { return add(95); }, TS_OK, 4, 9},
+        // Below a branch: that and the leaf, which is all that the insertion reads again.
+        {"add in three levels", [] { return add(99); }, TS_OK, 3, 2},
     });
     ASSERT_EQ(tsclosei32(0, 0), TS_OK);
     pay({{"append without keys", [] { return add(200); }, TS_OK, 0, 1},
@@ -189,6 +191,9 @@ TEST_F(Cost, OfReuseIsOneBlockAtATime)
     sim::plan({.where = sim::only(sim::call::write)});
     EXPECT_LT(add(34), 0);
     EXPECT_EQ(sim::live_blocks(), blocks);
+    sim::count_afresh();
+    EXPECT_EQ(add(34), TS_OK);
+    EXPECT_EQ(sim::calls(sim::call::read), 6U) << "no other slot is looked for where none is left";
 }
 
 } // namespace
