@@ -160,14 +160,14 @@ int32_t find_record(int32_t data_handle, int32_t record_number, int32_t& offset)
     return walk_to_record(data_handle, record_number, offset, deleted, length);
 }
 
-int32_t write_locked(int32_t data_handle, const void* bytes, int32_t count)
+int32_t write_locked(int32_t data_handle, const void* bytes, int32_t count, platform::care wanted)
 {
     const platform::file_handle file = data_slots[data_handle].file;
     held_range range;
     int32_t code = lock_if_needed(range, data_range(data_handle, at_file_position, count));
     if (code < 0) return code;
 
-    const int32_t written = write_file(file, bytes, count);
+    const int32_t written = write_file(file, bytes, count, wanted);
     if (is_write_through()) {
         code = flush_file(file, data_handle, data_file_number);
         if (code != TS_OK) return code;
@@ -185,17 +185,19 @@ namespace {
 // the two: a process that is killed in between would leave a frame without its body.
 constexpr int32_t one_transfer_bytes = 4096;
 
-int32_t write_at_once(int32_t data_handle, const record_frame& frame, const void* record)
+int32_t write_at_once(int32_t data_handle, const record_frame& frame, const void* record,
+                      platform::care wanted)
 {
     unsigned char whole[one_transfer_bytes];
     std::memcpy(whole, &frame, frame_bytes);
     std::memcpy(whole + frame_bytes, record, static_cast<size_t>(frame.length));
-    return write_locked(data_handle, whole, frame_bytes + frame.length);
+    return write_locked(data_handle, whole, frame_bytes + frame.length, wanted);
 }
 
 } // namespace
 
-int32_t write_record(int32_t data_handle, const void* record, int32_t length, int32_t offset)
+int32_t write_record(int32_t data_handle, const void* record, int32_t length, int32_t offset,
+                     platform::care wanted)
 {
     if (length < 1) return TS_RECORD_TOO_SHORT;
     if (!fits_in_file(offset, int64_t{frame_bytes} + length)) return TS_RECORD_WRITE_POSITION;
@@ -203,7 +205,7 @@ int32_t write_record(int32_t data_handle, const void* record, int32_t length, in
 
     const record_frame frame = {mark_live, {0, 0, 0}, length};
     if (!is_write_through() && length <= one_transfer_bytes - frame_bytes)
-        return write_at_once(data_handle, frame, record);
+        return write_at_once(data_handle, frame, record, wanted);
     const int32_t code = write_locked(data_handle, &frame, frame_bytes);
     if (code != TS_OK) return code;
     return write_locked(data_handle, record, length);

@@ -48,12 +48,14 @@ enum class body_bound : uint8_t { record_length, any_length };
 
 // Writes at the file position, flushing with write-through. TS_OK, TS_RECORD_WRITE_SHORT, a flush
 // or lock code.
-[[nodiscard]] int32_t write_locked(int32_t data_handle, const void* bytes, int32_t count);
+[[nodiscard]] int32_t write_locked(int32_t data_handle, const void* bytes, int32_t count,
+                                   platform::care wanted = platform::care::from_back);
 
 // Writes frame and body, the mark live. TS_RECORD_TOO_SHORT and TS_RECORD_WRITE_POSITION (also
 // where the record would pass the largest file) before anything is written; or write_locked's
 // codes.
 [[nodiscard]] int32_t write_record(int32_t data_handle, const void* record, int32_t length,
-                                   int32_t offset);
+                                   int32_t offset,
+                                   platform::care wanted = platform::care::from_back);
 
 } // namespace tarsil

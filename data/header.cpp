@@ -43,7 +43,10 @@ int32_t write_data_header(int32_t data_handle)
     int32_t code = lock_if_needed(bracket, header_bracket(data_handle));
     if (code < 0) return code;
 
-    const int32_t bytes = write_file(slot.file, &slot.header, data_header_bytes);
+    // A kill must not leave a count without the end that belongs to it.
+    static_assert(offsetof(data_header, end_offset) + sizeof slot.header.end_offset <= 16);
+    const int32_t bytes = write_file(slot.file, &slot.header, data_header_bytes,
+                                     platform::care::first_16_at_once);
     if (is_write_through()) {
         code = flush_file(slot.file, data_handle, data_file_number);
         if (code != TS_OK) return code;

@@ -52,13 +52,12 @@ int32_t read_file(file_handle file, void* buffer, int32_t bytes)
     return bytes_or_failure(done, moved);
 }
 
-int32_t write_file(file_handle file, const void* buffer, int32_t bytes,
-                   platform::order wanted_order)
+int32_t write_file(file_handle file, const void* buffer, int32_t bytes, platform::care wanted)
 {
     if (bytes < 0) return transfer_failed;
     uint32_t moved = 0;
     const bool done = platform::WriteFile(file, buffer, static_cast<uint32_t>(bytes), moved,
-                                          wanted_order);
+                                          wanted);
     return bytes_or_failure(done, moved);
 }
 

@@ -27,7 +27,7 @@ inline constexpr int32_t transfer_failed = -1;
 // Bytes moved at the file position, or transfer_failed.
 [[nodiscard]] int32_t read_file(platform::file_handle file, void* buffer, int32_t bytes);
 [[nodiscard]] int32_t write_file(platform::file_handle file, const void* buffer, int32_t bytes,
-                                 platform::order wanted_order = platform::order::from_back);
+                                 platform::care wanted = platform::care::from_back);
 
 // Sets the file position; false if `offset` is not where the file then stands. no_offset is never
 // reached.

@@ -214,13 +214,17 @@ int32_t store_record(add_work& work)
     data_slot& data = data_slots[work.data_handle];
     const data_slot before = data;
 
+    const bool reuses = work.old_record.bytes != nullptr;
+    const platform::care care = reuses ? platform::care::from_back
+                                       : platform::care::not_counted_yet;
     int32_t code = TS_OK;
-    if (work.old_record.bytes != nullptr)
+    if (reuses)
         count_reuse(work);
     else
         code = count_append(work);
     if (code == TS_OK)
-        code = write_record(work.data_handle, work.record.bytes, work.record.length, work.slot);
+        code = write_record(work.data_handle, work.record.bytes, work.record.length, work.slot,
+                            care);
     if (code != TS_OK) data = before;
     return code;
 }
@@ -245,7 +249,7 @@ int32_t remove_old_entry(const key_id& id, const add_work& work)
     set_entry_count(key.key_record, key.work_node, end.count - 1);
 
     const int32_t code = write_node_from(id, key.work_node, end.node_offset, end.position,
-                                         platform::order::from_front);
+                                         platform::care::from_front);
     if (code != TS_OK) return code;
     if (end.node_offset == key.key_record.root_offset)
         std::memcpy(key.root_node, key.work_node, static_cast<size_t>(key.key_record.node_bytes));

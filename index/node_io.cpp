@@ -77,7 +77,7 @@ int32_t write_node(const key_id& id, const unsigned char* node, int32_t offset)
 }
 
 int32_t write_node_from(const key_id& id, const unsigned char* node, int32_t offset,
-                        int32_t first_changed, platform::order wanted_order)
+                        int32_t first_changed, platform::care wanted)
 {
     const platform::file_handle file = index_of(id).file;
     const key_record& key = key_of(id).key_record;
@@ -91,7 +91,7 @@ int32_t write_node_from(const key_id& id, const unsigned char* node, int32_t off
                                   index_range(id.data_handle, id.index_handle, offset, node_bytes));
     if (code < 0) return code;
 
-    const int32_t bytes = write_file(file, node + unchanged, node_bytes - unchanged, wanted_order);
+    const int32_t bytes = write_file(file, node + unchanged, node_bytes - unchanged, wanted);
     if (is_write_through()) {
         code = flush_file(file, id.data_handle, id.index_handle);
         if (code != TS_OK) return code;

@@ -39,7 +39,7 @@ template <class sight>
 // Entries that have moved up go from the back, such as have moved down from the front.
 [[nodiscard]] int32_t write_node_from(const key_id& id, const unsigned char* node, int32_t offset,
                                       int32_t first_changed,
-                                      platform::order wanted_order = platform::order::from_back);
+                                      platform::care wanted = platform::care::from_back);
 
 // Reads all eight key records in one block and takes over those of the keys that exist, each only
 // if it is sound and has the geometry that the key's buffers were made for. TS_OK,

@@ -156,12 +156,13 @@ bool begins_with_zeros(const uint8_t* place, size_t bytes)
     return word == 0;
 }
 
-bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there, order wanted_order)
+bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there, care wanted)
 {
     begin_guarded_copy(to, bytes);
-    if (!is_there || begins_with_zeros(to, bytes))
+    const bool is_appended = wanted != care::first_16_at_once && begins_with_zeros(to, bytes);
+    if (!is_there || is_appended)
         copy_appended(to, buffer, bytes);
-    else if (wanted_order == order::from_back)
+    else if (wanted == care::from_back)
         copy_from_back(to, buffer, bytes);
     else
         copy_from_front(to, buffer, bytes);
@@ -216,14 +217,31 @@ bool is_allocated(open_file& entry, int64_t end)
     return end <= view.allocated;
 }
 
+// The same beside others, who may have made the file longer. It never gets shorter there.
+bool is_allocated_for_all(open_file& entry, int64_t end)
+{
+    file_view& view = entry.view;
+    if (end <= view.length) return true;
+    if (end <= exact_length_bytes || !has_known_size(entry)) return false;
+    if (end <= view.length) return true;
+    const int64_t target = (end + shared_step_bytes - 1) / shared_step_bytes * shared_step_bytes;
+    if (end - view.length >= shared_step_bytes || target > read_size_limit()) return false;
+    const auto bytes = static_cast<size_t>(target - view.length);
+    if (pwrite(entry.descriptor, growth_zeros, bytes, view.length) < 0) return false;
+    return has_known_size(entry) && end <= view.length;
+}
+
 // Whether a write that ends there goes into the mapping. Where others have the file open, too, what
 // lies within one page doesn't: no kill cuts a system call there. Across the edge of a page it is
-// cut with the front written, and the entry of a node that was to move over the edge is lost.
-bool is_stored(open_file& entry, int64_t end)
+// cut with the front written, and the entry of a node that was to move over the edge is lost. Nor
+// is the instruction cut that stores the 16 bytes of a chunk.
+bool is_stored(open_file& entry, int64_t end, care wanted)
 {
     if (!entry.view.takes_stores) return false;
     if (entry.is_alone) return is_allocated(entry, end);
-    return end <= entry.view.length && crosses_page(entry.position, end);
+    if (wanted == care::not_counted_yet) return is_allocated_for_all(entry, end);
+    const bool is_cut_anyway = crosses_page(entry.position, end);
+    return end <= entry.view.length && (is_cut_anyway || wanted == care::first_16_at_once);
 }
 
 // Nothing is known any more of what the mapping holds; pages that took the place of missing ones go
@@ -318,21 +336,20 @@ bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved)
     return true;
 }
 
-bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved,
-                order wanted_order)
+bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved, care wanted)
 {
     const int64_t end = int64_t{entry.position} + bytes;
     if (bytes == 0) return true;
-    if (!is_stored(entry, end)) return false;
+    if (!is_stored(entry, end, wanted)) return false;
 
     file_view& view = entry.view;
     uint8_t* const place = view.bytes + entry.position;
-    const bool overwrites = end <= view.length;
+    const bool overwrites = end <= view.length && wanted != care::not_counted_yet;
     bool may_be_cut = false;
     if (overwrites && !look_at_last(place + bytes - 1, may_be_cut)) return give_up(entry);
     if (may_be_cut && !has_known_size(entry)) return false;
     const uint8_t* const source = static_cast<const uint8_t*>(buffer);
-    if (!copy_in(place, source, bytes, overwrites, wanted_order)) return give_up(entry);
+    if (!copy_in(place, source, bytes, overwrites, wanted)) return give_up(entry);
     entry.position = static_cast<int32_t>(end);
     view.length = std::max(view.length, entry.position);
     moved = bytes;

@@ -14,8 +14,10 @@
 // zeros, and what is added after the next open goes in their place.
 //
 // Where others have the file open too, stores are for what is there already and crosses the edge of
-// a page, as nodes do; other writes go by system calls, and both see the same pages. A range lock
-// keeps others from what is being stored, in either way. On other file systems the view serves
+// a page, as nodes do, for what changes with its first 16 bytes, and for what nobody counts yet;
+// other writes go by system calls, and both see the same pages. A range lock keeps others from what
+// is being stored, in either way. Such a file, too, grows ahead, but by less, and for good: nobody
+// knows there who is the last to close it. On other file systems the view serves
 // reads alone. Where no mapping is sound or can be had, and once one has failed, all transfers go
 // by system calls (platform/posix_transfer.cpp) and give the same answers.
 #pragma once
@@ -26,13 +28,14 @@
 namespace tarsil::platform {
 
 struct open_file;
-enum class order : uint8_t;
+enum class care : uint8_t;
 
 // The whole range that positions reach is reserved at once, so the address never changes.
 inline constexpr size_t view_bytes = size_t{1} << 31;
 
 inline constexpr int32_t exact_length_bytes = 1 << 20;
 inline constexpr int32_t growth_step_bytes = 1 << 18;
+inline constexpr int32_t shared_step_bytes = 1 << 14; // beside others, where the zeros stay
 
 struct file_view {
     uint8_t* bytes; // none for a file that isn't mapped; the rest means nothing then
@@ -55,8 +58,7 @@ void forget_view(open_file& entry);
 // if they have moved nothing: the transfer then goes by system calls, and once the mapping has
 // failed, so do all later ones.
 bool read_view(open_file& entry, void* buffer, uint32_t bytes, uint32_t& moved);
-bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved,
-                order wanted_order);
+bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& moved, care wanted);
 
 // LookAtFile and EndLook on a mapped file.
 const uint8_t* begin_look(open_file& entry, uint32_t bytes);

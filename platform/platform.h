@@ -61,12 +61,13 @@ bool DeleteFileA(const char* name);
 // beyond a limit that the system sets to this process, is refused before a byte moves.
 bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved);
 
-// Which end of what is written over goes first, where the platform has the choice: a kill in the
-// midst of it leaves the rest as it was. Bytes that move up are whole as long as they go from the
-// back, bytes that move down from the front. What is appended always goes from the front.
-enum class order : uint8_t { from_back, from_front };
+// What a kill in the midst of a write may leave, where the platform has the choice. What is written
+// over goes from the back, so that bytes that move up stay whole, or from the front, for bytes that
+// move down; its first 16 bytes are there or not; or nobody counts on any of it yet, and the file
+// may grow ahead for it. What is appended always goes from the front.
+enum class care : uint8_t { from_back, from_front, first_16_at_once, not_counted_yet };
 bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved,
-               order wanted_order = order::from_back);
+               care wanted = care::from_back);
 
 // A look at `bytes` bytes from the file position where they lie, without a copy; the position
 // stays. None where that isn't offered, or where the file doesn't reach so far: ReadFile tells more

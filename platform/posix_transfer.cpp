@@ -134,8 +134,7 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     return read_by_calls(*entry, static_cast<uint8_t*>(buffer), bytes, moved);
 }
 
-bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved,
-               order wanted_order)
+bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved, care wanted)
 {
     moved = 0;
     open_file* const entry = find_open(file);
@@ -143,7 +142,7 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     if (!end_is_allowed(*entry, bytes)) return false;
     if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
 
-    if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved, wanted_order))
+    if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved, wanted))
         return true;
     const bool done = append_by_calls(*entry, static_cast<const uint8_t*>(buffer), bytes, moved);
     if (moved > 0) note_written(*entry);

@@ -165,6 +165,36 @@ TEST_F(Mapping, FilesHoldWhatWasWrittenAndHaveTheirExactLength)
     EXPECT_GT(model.size(), 4 * mib);
 }
 
+// Two who append in turn, as if under a lock. A small file has its exact length, a large one zeros
+// behind the end; both see all. What one of them appends after somebody has cut it is there, too.
+TEST_F(Mapping, SharedFilesGrowAheadForWhatNobodyCountsYet)
+{
+    constexpr size_t shared_step = 1 << 14;
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    const file_handle files[] = {create_file(name), open_file(name)};
+    std::string model;
+    const auto append = [&](file_handle file) {
+        const std::string piece(997, static_cast<char>('a' + model.size() % 26));
+        uint32_t moved = 0;
+        move(file, model.size());
+        EXPECT_TRUE(WriteFile(file, piece.data(), 997, moved, care::not_counted_yet));
+        model += piece;
+    };
+    for (size_t turn = 0; model.size() < mib + mib / 4; ++turn) {
+        append(files[turn % 2]);
+        const size_t behind = std::filesystem::file_size(name) - model.size();
+        EXPECT_LT(behind, model.size() <= mib || !is_built_to_map ? 1 : shared_step);
+    }
+    EXPECT_TRUE(get(files[0], 0, model.size()) == model && get(files[1], 0, model.size()) == model);
+    EXPECT_TRUE(CloseHandle(files[1]));
+    EXPECT_EQ(truncate(name.c_str(), mib), 0);
+    model.resize(mib);
+    for (size_t turn = 0; turn < 9; ++turn) append(files[0]);
+    EXPECT_TRUE(get(files[0], 0, model.size()) == model);
+    EXPECT_TRUE(CloseHandle(files[0]));
+}
+
 // A foreign program cuts a file, or lengthens it: the size, the size that it gets, and where 5000
 // bytes are then asked for.
 struct cut_file {

@@ -248,7 +248,7 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     return end(call::read, entry, offset, bytes, !is_error(met));
 }
 
-bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved, order)
+bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& moved, care)
 {
     const std::optional<sim::fault> met = begin(call::write);
     moved = 0;
