@@ -13,6 +13,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <tuple>
+#include <unordered_map>
 
 namespace tarsil::kills {
 
@@ -61,16 +62,16 @@ std::vector<place> places_in(const std::string& file)
     return places;
 }
 
-// The records that the leaves below a node lead to, in a tree without damage.
+// The records that the leaves below a node lead to, with their leaves, in a tree without damage.
 void gather(const std::string& file, const key_record& key, int32_t node,
-            std::unordered_set<int32_t>& records)
+            std::unordered_map<int32_t, int32_t>& records)
 {
     const auto* const image = reinterpret_cast<const unsigned char*>(file.data()) + node;
     const bool leaf = is_leaf(key, image);
     for (int32_t i = 0; i < entry_count(key, image) + (leaf ? 0 : 1); ++i) {
         const int32_t link = entry_link(entry_at(key, image, i));
         if (leaf)
-            records.insert(link);
+            records[link] = node;
         else if (link != no_offset)
             gather(file, key, link, records);
     }
@@ -167,7 +168,8 @@ void onlooker::expect_live(int32_t writer, int32_t number, int32_t found, bool i
 
 // A node in work is damage. A split in work has written one half of a node and not yet what leads
 // to the other: what is missing are neighbours, nearly half a node of them or more. They are in two
-// places if the half that was written is a branch and was cut itself.
+// places if the half that was written is a branch and was cut itself. Where nothing is mapped, the
+// one entry that was to move over the edge of a page can go.
 void onlooker::expect_keys(const std::string& data, std::vector<place> places,
                            const places_in_work& in_work, int32_t most_runs)
 {
@@ -202,13 +204,18 @@ void onlooker::expect_split(const std::string& file, const key_record& key,
                             const std::vector<place>& in_order, const places_in_work& in_work,
                             int32_t most_runs)
 {
-    std::unordered_set<int32_t> entered;
+    std::unordered_map<int32_t, int32_t> entered;
     gather(file, key, key.root_offset, entered);
     int32_t lost = 0;
     int32_t runs = 0;
+    int32_t leaf = 0; // of the record before
     bool is_in_run = false;
+    bool is_at_edge = false;
     for (const place& at : in_order) {
         const bool is_missing = !entered.contains(at.offset);
+        if (is_missing && !in_work.contains(at.offset))
+            is_at_edge = leaf / page != (leaf + key.node_bytes - 1) / page;
+        if (!is_missing) leaf = entered[at.offset];
         if (in_work.contains(at.offset)) {
             totals["records in work without a key"] += is_missing;
             continue;
@@ -218,8 +225,12 @@ void onlooker::expect_split(const std::string& file, const key_record& key,
         is_in_run = is_missing;
     }
     if (lost == 0) return;
-    ++totals["splits cut"];
     is_out_of_step = true;
+    if (lost == 1 && is_at_edge && !is_built_to_map) {
+        ++totals["entries lost at the edge of a page"];
+        return;
+    }
+    ++totals["splits cut"];
     EXPECT_LE(runs, most_runs) << lost << " records";
     EXPECT_GE(lost, static_cast<int32_t>(order_of_keys) - 1);
 }

@@ -70,16 +70,19 @@ protected:
     void start_writers()
     {
         for (int32_t i = 0; i < how.writers; ++i) {
+            notes[i].opened = 0;
             notes[i].calls = 0;
             notes[i].refusal = TS_OK;
+        }
+        for (int32_t i = 0; i < how.writers; ++i) {
             const auto own_seed = static_cast<uint32_t>(random());
             const pid_t child = fork();
             ASSERT_GE(child, 0);
-            if (child == 0) live(folder, how, i + 1, notes[i], own_seed);
+            if (child == 0) live(folder, how, i + 1, notes, own_seed);
             children.push_back(child);
         }
         const auto at_work = [](const answered& one) { return one.calls > 0; };
-        for (int32_t tries = 0; tries < 20000 && !all_writers(at_work); ++tries) usleep(100);
+        for (int32_t tries = 0; tries < 100000 && !all_writers(at_work); ++tries) usleep(100);
         EXPECT_TRUE(all_writers(at_work)) << "the writers don't begin";
     }
 

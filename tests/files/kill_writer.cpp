@@ -53,9 +53,13 @@ int32_t call(const open_files& on, const mode_of_work& how, const row& made, int
 } // namespace
 
 void live(const support::temp_folder& folder, const mode_of_work& how, int32_t self,
-          answered& notes, uint32_t seed)
+          answered* of_all, uint32_t seed)
 {
+    answered& notes = of_all[self - 1];
     const open_files on(folder, how);
+    notes.opened = 1;
+    const auto has_opened = [](const answered& one) { return one.opened == 1; };
+    while (!std::all_of(of_all, of_all + how.writers, has_opened)) usleep(50);
     std::minstd_rand random(seed);
     while (notes.refusal == TS_OK && notes.records < how.begin + new_numbers) {
         const int32_t number = choose_number(notes, random);
@@ -71,6 +75,8 @@ void live(const support::temp_folder& folder, const mode_of_work& how, int32_t s
             notes.target = 0;
         }
         ++notes.calls;
+        // Others want to get in, too (docs/LOCKING.md).
+        if (how.writers > 1) usleep(static_cast<useconds_t>(random() % 40));
     }
     for (;;) pause();
 }

@@ -42,6 +42,7 @@ row make_row(int32_t writer, int32_t number, int32_t version);
 // What a writer has been answered, in memory that it shares with the test. A version is below 0
 // once its record is deleted, and 0 before it is added.
 struct answered {
+    std::atomic<int32_t> opened;  // 1 once it has, in this life
     std::atomic<int32_t> records; // numbered from 1 on
     std::atomic<int32_t> calls;   // that had returned, in this life
     std::atomic<int32_t> refusal; // the code of a call that should have gone well
@@ -91,8 +92,9 @@ struct open_files {
     }
 };
 
-// Only a kill ends it.
+// Begins when all writers have opened the files, which is hard beside others at work. Only a kill
+// ends it.
 [[noreturn]] void live(const support::temp_folder& folder, const mode_of_work& how, int32_t self,
-                       answered& notes, uint32_t seed);
+                       answered* of_all, uint32_t seed);
 
 } // namespace tarsil::kills
