@@ -42,7 +42,7 @@ inline void live_with_input(const uint8_t* bytes, size_t count, bool fuzzes_inde
 inline std::vector<std::string> hostile_seeds(bool fuzzes_index)
 {
     std::vector<std::string> made;
-    for (uint8_t which = 0; which < 16; ++which) {
+    for (uint8_t which = 0; which < 32; ++which) {
         const support::hostile_files sound = support::sound_files(shapes[which & 1]);
         const size_t calls = std::min(support::all_calls, support::script_calls);
         std::string seed{static_cast<char>(which), static_cast<char>(calls)};

@@ -12,6 +12,7 @@
 namespace tarsil::support {
 namespace {
 
+// Each is made anew: a vector that is assigned to keeps its room, and an overrun would end in it.
 using buffer = std::vector<char>;
 
 constexpr const char* data_name = "hostile.dat";
@@ -80,8 +81,8 @@ int32_t value_bytes(const life& of)
 
 void make_own_record(life& of, int32_t length)
 {
-    of.record.assign(static_cast<size_t>(length), static_cast<char>(of.first));
-    of.scratch.assign(static_cast<size_t>(length), 0);
+    of.record = buffer(static_cast<size_t>(length), static_cast<char>(of.first));
+    of.scratch = buffer(static_cast<size_t>(length), 0);
 }
 
 // tsrecd32 tells the length as it stands in the frame, which may be any number.
@@ -114,7 +115,7 @@ int32_t read_measured(life& of)
     int32_t length = 0;
     const int32_t code = tsrecd32(of.data, &of.number, &of.deleted, &length);
     if (code != TS_OK || !can_be_length(length)) return code;
-    of.record.assign(static_cast<size_t>(length), 0);
+    of.record = buffer(static_cast<size_t>(length), 0);
     return tsgetcd32(of.data, of.record.data(), &of.deleted);
 }
 
@@ -155,7 +156,7 @@ int32_t rebuild(life& of)
 {
     const int32_t closed = tsclosed32(of.data);
     if (closed != TS_OK) return closed;
-    of.record.assign(sim::bytes(data_name).size() + 1, 0);
+    of.record = buffer(sim::size(data_name), 0);
     of.data = tsrbdbh32(data_name, of.record.data());
     return open_index(of, "ynyynyyn");
 }
@@ -214,6 +215,7 @@ constexpr made_call reads[] = {
     LEADING_READ(tsgetipp32),
     [](life& of) { return tssetd2i32(of.data, of.index, of.key(), &of.number); },
     [](life& of) {
+        of.value = buffer(of.value.size() + 4, 0); // a packed key ends with a record's offset
         return tsseti2d32(of.data, of.index, of.key(), of.record.data(), of.value.data(),
                           &of.number);
     },
@@ -257,10 +259,9 @@ constexpr made_call changes[] = {
 
 void make_room(life& of)
 {
-    of.record.assign(room(of), 0);
-    of.scratch.assign(room(of), 0);
-    // What tsseti2d32 delivers has four bytes more than a value.
-    of.value.assign(static_cast<size_t>(value_bytes(of)) + 4, static_cast<char>(of.first));
+    of.record = buffer(room(of), 0);
+    of.scratch = buffer(room(of), 0);
+    of.value = buffer(static_cast<size_t>(value_bytes(of)), static_cast<char>(of.first));
 }
 
 std::string what_is_left()
@@ -328,6 +329,7 @@ std::string live_with(const hostile_files& files, std::span<const uint8_t> scrip
     if ((around & in_shared_mode) != 0) tsmuser32('y');
     tsautoup32((around & in_write_through) != 0 ? 'y' : 'n');
     tsdelow32((around & with_reuse) != 0 ? 'y' : 'n');
+    sim::offer_looks((around & without_looks) == 0);
 
     life own;
     std::string broken;

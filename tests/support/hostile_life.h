@@ -24,7 +24,12 @@ hostile_files sound_files(int32_t record_length);
 // A script is a byte for the surroundings and then three for each call: which one, and two
 // arguments. At most this many calls are made.
 inline constexpr size_t script_calls = 64;
-enum surroundings : uint8_t { in_shared_mode = 1, in_write_through = 2, with_reuse = 4 };
+enum surroundings : uint8_t {
+    in_shared_mode = 1,
+    in_write_through = 2,
+    with_reuse = 4,
+    without_looks = 8 // of the platform at its files: all goes by reads
+};
 
 // Calls that change no file have the lower numbers.
 extern const size_t reading_calls;

@@ -13,6 +13,7 @@
 
 #include <climits>
 #include <random>
+#include <set>
 
 namespace tarsil {
 namespace {
@@ -78,7 +79,7 @@ protected:
 
     void TearDown() override
     {
-        tell_total("damaged files", damaged, seed);
+        tell_total("different damaged files", damaged, seed);
         tell_total("lives with damaged files", lives, seed);
     }
 
@@ -98,9 +99,11 @@ protected:
 
     void expect_promises(const hostile_files& files, long long scripts, const std::string& what)
     {
+        if (files.data == made.data && files.index == made.index) return; // set to what it was
         // The checker takes any content too.
         check_index(files.index, files.data);
-        ++damaged;
+        const std::hash<std::string> hash;
+        if (met.insert({hash(files.data), hash(files.index)}).second) ++damaged;
         for (; scripts > 0; --scripts) {
             const std::vector<uint8_t> script = draw_script();
             ASSERT_EQ(live_with(files, script), "") << what << ", seed " << seed;
@@ -114,7 +117,9 @@ protected:
     std::mt19937_64 random{static_cast<uint64_t>(seed)};
     hostile_files made;
     std::vector<place> places;
-    long long damaged = 0;
+    // Of all tests here, since two changes can make one file.
+    static inline std::set<std::pair<size_t, size_t>> met;
+    long long damaged = 0; // each different
     long long lives = 0;
 };
 
