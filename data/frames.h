@@ -53,7 +53,8 @@ enum class body_bound : uint8_t { record_length, any_length };
 
 // Writes frame and body, the mark live. TS_RECORD_TOO_SHORT and TS_RECORD_WRITE_POSITION (also
 // where the record would pass the largest file) before anything is written; or write_locked's
-// codes.
+// codes. `wanted` is for the one transfer in which most records go; with write-through, and for
+// large ones, frame and body go one after the other.
 [[nodiscard]] int32_t write_record(int32_t data_handle, const void* record, int32_t length,
                                    int32_t offset,
                                    platform::care wanted = platform::care::from_back);

@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstring>
 
+#include "data/data_format.h"
 #include "index/insert.h"
 #include "index/node_io.h"
 #include "index/search.h"
@@ -47,7 +48,9 @@ held_leaf& leaf_for(const insert_buffer& buffer, int32_t node_offset)
 // half; fewer where that is too much memory.
 uint32_t wanted_slots(const insert_buffer& buffer, const index_slot& index)
 {
-    const int64_t records = std::max(data_slots[buffer.data_handle].header.record_count, 0);
+    const data_slot& data = data_slots[buffer.data_handle];
+    const int32_t most_records = size_of(data.file) / (frame_bytes + 1);
+    const int64_t records = std::clamp(data.header.record_count, 0, std::max(most_records, 0));
     int64_t leaves = 1;
     for (int32_t number = 0; number < index.key_count; ++number)
         leaves += records / (index.keys[number]->key_record.max_entries / 2);

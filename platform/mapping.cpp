@@ -14,7 +14,9 @@
 // record whose last part reads as zeros, or nothing: never a part without its length, which the
 // rebuild of a header would take for damage. What is there already is overwritten from the end
 // that the caller names: a node whose entries move up, from the back, or down, from the front,
-// holds one of them twice then, and loses none.
+// holds one of them twice then, and loses none. Beside others a record that is appended gets its
+// front last, since nobody needs it before the header counts it: what a kill leaves of it has no
+// length, and isn't taken for a record.
 #include "platform/mapping.h"
 
 #include "platform/bus_error.h"
@@ -120,47 +122,81 @@ inline void copy_and_fetch(const uint8_t* from, uint8_t* buffer, size_t bytes)
 // Keeps the compiler from moving stores from one side to the other: a kill counts them in order.
 void keep_order() { std::atomic_signal_fence(std::memory_order_seq_cst); }
 
+// Stored by one instruction each, in every build: a kill comes before it or behind it.
+using word = uint64_t __attribute__((aligned(1), may_alias));
+using chunk = uint8_t __attribute__((vector_size(chunk_bytes), aligned(1), may_alias));
+#if defined(__x86_64__) || defined(__aarch64__)
+constexpr bool has_chunk_stores = true;
+#else
+constexpr bool has_chunk_stores = false;
+#endif
+
+void store_word(uint8_t* to, const uint8_t* from)
+{
+    *reinterpret_cast<word*>(to) = *reinterpret_cast<const word*>(from);
+}
+
+void store_chunk(uint8_t* to, const uint8_t* from)
+{
+    *reinterpret_cast<chunk*>(to) = *reinterpret_cast<const chunk*>(from);
+    keep_order();
+}
+
 void copy_appended(uint8_t* to, const uint8_t* buffer, size_t bytes)
 {
-    const size_t first = std::min(bytes, first_bytes);
-    std::memcpy(to, buffer, first);
+    if (bytes < first_bytes) {
+        std::memcpy(to, buffer, bytes);
+        return;
+    }
+    store_word(to, buffer);
     keep_order();
-    std::memcpy(to + first, buffer + first, bytes - first);
+    std::memcpy(to + first_bytes, buffer + first_bytes, bytes - first_bytes);
+}
+
+void copy_front_last(uint8_t* to, const uint8_t* buffer, size_t bytes)
+{
+    if (bytes < first_bytes) {
+        std::memcpy(to, buffer, bytes);
+        return;
+    }
+    std::memcpy(to + first_bytes, buffer + first_bytes, bytes - first_bytes);
+    keep_order();
+    store_word(to, buffer);
 }
 
 void copy_from_back(uint8_t* to, const uint8_t* buffer, size_t bytes)
 {
-    for (; bytes >= chunk_bytes; bytes -= chunk_bytes) {
-        std::memcpy(to + bytes - chunk_bytes, buffer + bytes - chunk_bytes, chunk_bytes);
-        keep_order();
-    }
+    for (; bytes >= chunk_bytes; bytes -= chunk_bytes)
+        store_chunk(to + bytes - chunk_bytes, buffer + bytes - chunk_bytes);
     std::memcpy(to, buffer, bytes);
 }
 
 void copy_from_front(uint8_t* to, const uint8_t* buffer, size_t bytes)
 {
     for (; bytes >= chunk_bytes; bytes -= chunk_bytes) {
-        std::memcpy(to, buffer, chunk_bytes);
-        keep_order();
+        store_chunk(to, buffer);
         to += chunk_bytes;
         buffer += chunk_bytes;
     }
     std::memcpy(to, buffer, bytes);
 }
 
-// So does the place of what is appended into a tail that a purge or a kill has left.
+// As the place does of what is appended into a tail that growth, a purge or a kill has left.
 bool begins_with_zeros(const uint8_t* place, size_t bytes)
 {
-    uint64_t word = 0;
-    std::memcpy(&word, place, std::min(bytes, first_bytes));
-    return word == 0;
+    uint64_t first = 0;
+    std::memcpy(&first, place, std::min(bytes, first_bytes));
+    return first == 0;
 }
 
-bool copy_in(uint8_t* to, const uint8_t* buffer, size_t bytes, bool is_there, care wanted)
+bool copy_in(const open_file& entry, const uint8_t* buffer, size_t bytes, bool is_there,
+             care wanted)
 {
+    uint8_t* const to = entry.view.bytes + entry.position;
     begin_guarded_copy(to, bytes);
-    const bool is_appended = wanted != care::first_16_at_once && begins_with_zeros(to, bytes);
-    if (!is_there || is_appended)
+    if (wanted == care::not_counted_yet && !entry.is_alone)
+        copy_front_last(to, buffer, bytes);
+    else if (!is_there || (wanted != care::first_16_at_once && begins_with_zeros(to, bytes)))
         copy_appended(to, buffer, bytes);
     else if (wanted == care::from_back)
         copy_from_back(to, buffer, bytes);
@@ -233,15 +269,16 @@ bool is_allocated_for_all(open_file& entry, int64_t end)
 
 // Whether a write that ends there goes into the mapping. Where others have the file open, too, what
 // lies within one page doesn't: no kill cuts a system call there. Across the edge of a page it is
-// cut with the front written, and the entry of a node that was to move over the edge is lost. Nor
-// is the instruction cut that stores the 16 bytes of a chunk.
+// cut with the front written, and the entry of a node that was to move over the edge is lost. What
+// changes within one chunk, as headers do, is stored by one instruction, which no kill cuts either.
 bool is_stored(open_file& entry, int64_t end, care wanted)
 {
     if (!entry.view.takes_stores) return false;
     if (entry.is_alone) return is_allocated(entry, end);
     if (wanted == care::not_counted_yet) return is_allocated_for_all(entry, end);
+    const bool is_at_once = has_chunk_stores && wanted == care::first_16_at_once;
     const bool is_cut_anyway = crosses_page(entry.position, end);
-    return end <= entry.view.length && (is_cut_anyway || wanted == care::first_16_at_once);
+    return end <= entry.view.length && (is_cut_anyway || is_at_once);
 }
 
 // Nothing is known any more of what the mapping holds; pages that took the place of missing ones go
@@ -271,8 +308,19 @@ void map_file(open_file& entry)
     }
     madvise(place, view_bytes, MADV_DONTFORK);
     const int32_t length = static_cast<int32_t>(size);
-    entry.view = {static_cast<uint8_t*>(place), length, length, takes_stores};
+    entry.view = {static_cast<uint8_t*>(place), length, length, takes_stores, false};
 }
+
+namespace {
+
+// Stores don't change the time of a file as transfers do; backups and builds go by it.
+void tell_time_of_change(const open_file& entry)
+{
+    const timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_NOW}};
+    static_cast<void>(!futimens(entry.descriptor, times));
+}
+
+} // namespace
 
 bool unmap_file(open_file& entry)
 {
@@ -284,6 +332,7 @@ bool unmap_file(open_file& entry)
         } while (answer != 0 && errno == EINTR);
     }
     const bool is_exact = answer == 0 || refuse(errno);
+    if (view.was_stored_to) tell_time_of_change(entry);
     munmap(view.bytes, view_bytes);
     entry.view = {};
     leave_guard();
@@ -343,13 +392,14 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
     if (!is_stored(entry, end, wanted)) return false;
 
     file_view& view = entry.view;
-    uint8_t* const place = view.bytes + entry.position;
+    const uint8_t* const place = view.bytes + entry.position;
     const bool overwrites = end <= view.length && wanted != care::not_counted_yet;
     bool may_be_cut = false;
     if (overwrites && !look_at_last(place + bytes - 1, may_be_cut)) return give_up(entry);
     if (may_be_cut && !has_known_size(entry)) return false;
     const uint8_t* const source = static_cast<const uint8_t*>(buffer);
-    if (!copy_in(place, source, bytes, overwrites, wanted)) return give_up(entry);
+    if (!copy_in(entry, source, bytes, overwrites, wanted)) return give_up(entry);
+    view.was_stored_to = true;
     entry.position = static_cast<int32_t>(end);
     view.length = std::max(view.length, entry.position);
     moved = bytes;

@@ -17,9 +17,9 @@
 // a page, as nodes do, for what changes with its first 16 bytes, and for what nobody counts yet;
 // other writes go by system calls, and both see the same pages. A range lock keeps others from what
 // is being stored, in either way. Such a file, too, grows ahead, but by less, and for good: nobody
-// knows there who is the last to close it. On other file systems the view serves
-// reads alone. Where no mapping is sound or can be had, and once one has failed, all transfers go
-// by system calls (platform/posix_transfer.cpp) and give the same answers.
+// knows there who is the last to close it. On other file systems the view serves reads alone. Where
+// no mapping is sound or can be had, and once one has failed, all transfers go by system calls
+// (platform/posix_transfer.cpp) and give the same answers.
 #pragma once
 
 #include <cstddef>
@@ -42,13 +42,15 @@ struct file_view {
     int32_t length; // of a file that others may lengthen: what we know of it
     int32_t allocated;
     bool takes_stores;
+    bool was_stored_to; // since it was mapped
 };
 
 // Maps a file that was opened for reading and writing, or leaves it as it is.
 void map_file(open_file& entry);
 
 // Gives the file the length that its handle shows, and the mapping up. False if the length can't be
-// restored. A file that somebody else has cut or lengthened keeps the length that he gave it.
+// restored; what was stored then shows in the time of the file, too. A file that somebody else has
+// cut or lengthened keeps the length that he gave it.
 bool unmap_file(open_file& entry);
 
 // In a forked child, which has no mappings: forgets the parent's.

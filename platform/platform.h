@@ -37,11 +37,10 @@ enum class share : uint8_t { none, read_write };
 enum class origin : uint8_t { begin, current, end };
 
 // Opens or creates the file called `name` (8-bit, 0-terminated, taken as it stands). No name and an
-// empty one are refused. open_existing fails if the name does not exist, is no
-// regular file, or if access or sharing can't be granted now. create_new goes with access
-// read_write only; it fails if the name exists, whatever it is; it never truncates, and nobody ever
-// sees the new file without its share mode. The file position begins at 0. Result: the handle, or
-// no_file.
+// empty one are refused. open_existing fails if the name does not exist, is no regular file, or if
+// access or sharing can't be granted now. create_new goes with access read_write only; it fails if
+// the name exists, whatever it is; it never truncates, and nobody ever sees the new file without
+// its share mode. The file position begins at 0. Result: the handle, or no_file.
 file_handle CreateFileA(const char* name, access wanted_access, share wanted_share,
                         disposition how);
 

@@ -122,15 +122,17 @@ holders look_for_holders(const struct stat& wanted)
 } // namespace
 
 // Locks come and go between the look at the processes and the count, so one that seems to be hidden
-// is looked for again.
+// is looked for again, unless there are processes where it may well be.
 holders holders_of(const std::string& name)
 {
     constexpr int most_looks = 3;
     holders result;
     struct stat wanted = {};
     if (stat(name.c_str(), &wanted) != 0) return result;
-    for (int looks = 0; looks < most_looks && (looks == 0 || result.is_hidden_lock); ++looks)
+    for (int looks = 0; looks < most_looks; ++looks) {
         result = look_for_holders(wanted);
+        if (!result.is_hidden_lock || result.are_some_hidden) break;
+    }
     return result;
 }
 

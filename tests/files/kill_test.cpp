@@ -149,8 +149,9 @@ protected:
         }
     }
 
-    // Cuts off what nobody counts, as `tarsil repair` does. In single-user mode there is nothing of
-    // that kind, but for a frame that the edge of a page has divided where nothing is mapped.
+    // Cuts off what nobody counts, and what the next add would overwrite. In single-user mode there
+    // is nothing of that kind, but for a frame that the edge of a page has divided where nothing is
+    // mapped.
     void rebuild_header()
     {
         const check::data_report report = support::check_data(support::file_bytes(data_name));

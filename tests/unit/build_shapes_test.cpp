@@ -136,6 +136,51 @@ TEST_P(Building, IsSoundAndWhole)
     EXPECT_TRUE(sim::bytes("j") == sim::bytes("i"));
 }
 
+// Leaves of all keys share the slots of what is held back, and nodes of all sizes the file.
+using BuildingOfSeveralKeys = support::Library;
+
+TEST_F(BuildingOfSeveralKeys, AreTheSameToTheByteWhetherHeldBackOrNot)
+{
+    struct row {
+        int32_t number;
+        char name[12];
+        double amount;
+        float part;
+    };
+    const std::vector<key_definition> keys = {
+        support::define_key(2, {{'l', 4, offsetof(row, number)}}, 'n'),
+        support::define_key(50, {{'s', 12, offsetof(row, name)}}),
+        support::define_key(0, {{'d', 8, offsetof(row, amount)}, {'l', 4, offsetof(row, number)}},
+                            'n'),
+        support::define_key(6, {{'f', 4, offsetof(row, part)}})};
+    std::mt19937 random(3);
+    row one{};
+    ASSERT_EQ(tscrdata32("d", int32_t{sizeof one}, 0, nullptr), 0);
+    for (int32_t i = 0; i < 4000; ++i) {
+        one.number = static_cast<int32_t>(random() % 3000);
+        std::snprintf(one.name, sizeof one.name, "%u", static_cast<unsigned>(random() % 500));
+        one.amount = static_cast<double>(random() % 1000) * 0.0004;
+        one.part = static_cast<float>(random() % 100) * 0.0004F;
+        ASSERT_EQ(tsadd32(0, &one, 0, 'y'), TS_OK);
+    }
+    const auto build = [&](const char* name) {
+        std::vector<key_definition> given = keys; // a creation changes them
+        EXPECT_EQ(tscrindd32(0, name, static_cast<int32_t>(given.size()), given.data(), &one), 0);
+        EXPECT_EQ(tsclosed32(0), TS_OK);
+    };
+    build("i");
+    tsfree32(); // Unused bytes of a node are what another one has left in a buffer.
+    ASSERT_EQ(tsinit32(), 1);
+    ASSERT_EQ(tsopend32("d"), 0);
+    // The index itself, four times a key and a root, twice a leaf and a path, two buffers for all;
+    // then what is to hold entries back.
+    sim::plan({.at = 16, .where = sim::only(sim::call::allocate)});
+    build("j");
+    EXPECT_EQ(sim::faults_met(), 1U);
+    EXPECT_TRUE(sim::bytes("i") == sim::bytes("j"));
+    EXPECT_GT(sim::bytes("i").size(), 500000U);
+}
+
 std::string name_of(const testing::TestParamInfo<Building::ParamType>& tested)
 {
     const auto& [of, order, how] = tested.param;
