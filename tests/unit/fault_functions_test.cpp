@@ -352,24 +352,33 @@ const row rows[] = {
 
 class FunctionFaults : public FaultSweep, public testing::WithParamInterface<mode> {
 protected:
-    int32_t deleted_at_end_ = 0; // in the run without failures
+    data_slot at_end_; // of the run without failures
 
-    void look_at_reference(const reference&) override
-    {
-        deleted_at_end_ = data_slots[0].header.deleted_count;
-    }
+    void look_at_reference(const reference&) override { at_end_ = data_slots[0]; }
 
     void look_at_state(const failed_call& failed) override
     {
         if (failed.lasts()) return;
         // A mark that can't be written is counted all the same.
         if (failed.site().goes_on) {
-            EXPECT_EQ(data_slots[0].header.deleted_count, deleted_at_end_);
+            EXPECT_EQ(data_slots[0].header.deleted_count, at_end_.header.deleted_count);
         }
+        if (failed.code == TS_PURGE_END_POSITION) look_at_purged();
         const std::string function = failed.run.work.function;
         if (function == "tsgetni32" || function == "tsgetpi32") look_at_cursor(failed, function);
         if (function == "tsadd32" && failed.ends_call())
             go_on_adding(failed, [](int32_t number) { return record_of(number); });
+    }
+
+    // The records are all in their new places by then.
+    void look_at_purged() const
+    {
+        const data_slot& slot = data_slots[0];
+        EXPECT_EQ(std::memcmp(&slot.header, &at_end_.header, sizeof slot.header), 0);
+        EXPECT_EQ(slot.status, at_end_.status);
+        EXPECT_EQ(slot.current_record, 1);
+        EXPECT_EQ(slot.current_offset, at_end_.current_offset);
+        EXPECT_EQ(slot.reuse_offset, no_offset);
     }
 
     // A failed step gives the cursor up only once it has left the leaf, and a walk can begin anew.

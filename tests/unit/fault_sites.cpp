@@ -349,13 +349,37 @@ struct judge {
     }
 
     // The end of a key is told after a walk back to its last entry; a failure of that walk has one
-    // code. It begins behind the brackets of the step.
+    // code.
     int32_t code_of_walk_back() const
     {
         if (function == "tsgetni32" && success == TS_NEXT_ENTRY_AT_END) return TS_NEXT_ENTRY_LOST;
         const bool at_start = (function == "tsgetpi32" && success == TS_PREVIOUS_ENTRY_AT_START) ||
                               (function == "tsgetipp32" && success == 2);
         return at_start ? int32_t{TS_PREVIOUS_ENTRY_LOST} : 0;
+    }
+
+    // That walk begins behind the brackets of the step. In single-user mode there are none: the
+    // trees have two levels here, and with the root in memory it reads one leaf. It ends with the
+    // first record that is read, and what comes behind tells codes of its own again.
+    bool is_in_walk_back(size_t at) const
+    {
+        const auto gives_back = [this](const fault_site& site) {
+            return serves_range(site) && all[site.range].call.kind == call::unlock;
+        };
+        const size_t body = first([](const fault_site& site) {
+            return site.what == step::transfer &&
+                   codes_of_place(site.call).transfer == TS_BODY_READ_SHORT;
+        });
+        size_t end = body + 1;
+        while (end < all.size() && gives_back(all[end])) ++end;
+        size_t leaf = body;
+        while (all[leaf].what != step::transfer || is_data(all[leaf].call.file)) --leaf;
+        const size_t begin =
+            shared ? 1 + last([&](const fault_site& site) {
+                         return gives_back(site) && is_bracket(all[site.range].call);
+                     })
+                   : first([&](const fault_site& site) { return site.transfer == leaf; });
+        return at >= begin && at < end;
     }
 
     // A failed write of a mark doesn't stop the operation. Where the flush has let the header
@@ -400,14 +424,14 @@ std::vector<fault_site> find_sites(const std::vector<sim::logged>& log, std::str
     const judge told = {all, function, success, shared};
     for (fault_site& each : all) each.asked_again = told.is_asked_again(each);
     for (size_t at = 0; at < all.size(); ++at) {
-        const int32_t code = told.code(at, met[static_cast<size_t>(log[at].kind)]++);
+        int32_t code = told.code(at, met[static_cast<size_t>(log[at].kind)]++);
+        const int32_t of_walk_back = told.code_of_walk_back();
+        if (of_walk_back != 0 && told.is_in_walk_back(at)) code = of_walk_back;
         all[at].passed_over = code == 0;
         all[at].code = code == 0 ? success : code;
         all[at].or_code = all[at].code;
         all[at].goes_on = told.is_mark_write(all[at]) && code != 0;
         if (all[at].goes_on && shared) all[at].or_code = TS_UNLOCK_NOT_HELD;
-        const int32_t of_walk_back = told.code_of_walk_back();
-        if (of_walk_back != 0 && code != 0) all[at].or_code = of_walk_back;
     }
     return all;
 }
