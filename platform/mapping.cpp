@@ -123,8 +123,12 @@ inline void copy_and_fetch(const uint8_t* from, uint8_t* buffer, size_t bytes)
 void keep_order() { std::atomic_signal_fence(std::memory_order_seq_cst); }
 
 // Stored by one instruction each, in every build: a kill comes before it or behind it.
-using word = uint64_t __attribute__((aligned(1), may_alias));
-using chunk = uint8_t __attribute__((vector_size(chunk_bytes), aligned(1), may_alias));
+struct __attribute__((packed, may_alias)) word {
+    uint64_t bytes;
+};
+struct __attribute__((packed, may_alias)) chunk {
+    uint8_t bytes __attribute__((vector_size(chunk_bytes)));
+};
 #if defined(__x86_64__) || defined(__aarch64__)
 constexpr bool has_chunk_stores = true;
 #else
@@ -133,12 +137,12 @@ constexpr bool has_chunk_stores = false;
 
 void store_word(uint8_t* to, const uint8_t* from)
 {
-    *reinterpret_cast<word*>(to) = *reinterpret_cast<const word*>(from);
+    reinterpret_cast<word*>(to)->bytes = reinterpret_cast<const word*>(from)->bytes;
 }
 
 void store_chunk(uint8_t* to, const uint8_t* from)
 {
-    *reinterpret_cast<chunk*>(to) = *reinterpret_cast<const chunk*>(from);
+    reinterpret_cast<chunk*>(to)->bytes = reinterpret_cast<const chunk*>(from)->bytes;
     keep_order();
 }
 
