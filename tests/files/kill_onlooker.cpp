@@ -2,7 +2,8 @@
 //
 // A record in work is old, new or made of both byte by byte, which one write within a page isn't
 // but in a mapping. Keys lack that record alone, but for the neighbours that a split was moving. In
-// a tree with a node in work nothing more is asked: a search there may go wrong.
+// a tree with a node in work nothing more is asked, as a search there may go wrong; but there is
+// one such node at most, in one tree.
 #include "tests/files/kill_onlooker.h"
 
 #include "check/report_text.h"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <set>
 #include <tuple>
 #include <unordered_map>
 
@@ -77,7 +79,78 @@ void gather(const std::string& file, const key_record& key, int32_t node,
     }
 }
 
+// A tree, damaged or not: its nodes, and the places of all entries and separators, with their
+// nodes, in the order of the keys.
+struct walked_tree {
+    std::set<int64_t> nodes;
+    std::vector<std::pair<int64_t, int64_t>> in_order;
+};
+
+void walk(const std::string& file, const key_record& key, int64_t node, walked_tree& tree)
+{
+    const bool is_in_file = node >= first_node_offset &&
+                            node + key.node_bytes <= static_cast<int64_t>(file.size());
+    if (!is_in_file || !tree.nodes.insert(node).second) return;
+    const auto* const image = reinterpret_cast<const unsigned char*>(file.data()) + node;
+    const int32_t children = is_leaf(key, image) ? 0 : 1;
+    const int32_t count = entry_count(key, image);
+    if (count < 0 || count + children > key.max_entries) return;
+    for (int32_t i = 0; i < count + children; ++i) {
+        if (children > 0) walk(file, key, entry_link(entry_at(key, image, i)), tree);
+        if (i < count) tree.in_order.push_back({node + int64_t{i} * entry_stride(key), node});
+    }
+}
+
+// The nodes of which one is to blame for a finding: the one it was made in and, where two
+// neighbours are in the wrong order, the one that holds the first of them.
+std::set<int64_t> nodes_to_blame(const check::finding& found, const key_record& key,
+                                 const walked_tree& tree)
+{
+    std::set<int64_t> nodes;
+    const auto behind = tree.nodes.upper_bound(found.where.offset);
+    if (behind != tree.nodes.begin() && found.where.offset < *std::prev(behind) + key.node_bytes)
+        nodes.insert(*std::prev(behind));
+    if (found.broken != check::invariant::I6 && found.broken != check::invariant::I7) return nodes;
+    const auto at = std::find_if(tree.in_order.begin(), tree.in_order.end(), [&](const auto& each) {
+        return each.first == found.where.offset;
+    });
+    if (at != tree.in_order.begin() && at != tree.in_order.end())
+        nodes.insert(std::prev(at)->second);
+    return nodes;
+}
+
 } // namespace
+
+// One write was cut, so that one node has to explain everything; where that write goes by the
+// system, one over the edge of a page. A split cut between its writes leaves whole nodes, but
+// a branch on the right edge has given its last child (I8) to a half that nothing leads to yet.
+void onlooker::expect_damage(const std::string& file, const check::key_report& key,
+                             damage_left& left) const
+{
+    walked_tree tree;
+    walk(file, key.key, key.key.root_offset, tree);
+    std::set<int64_t> can_be_torn = tree.nodes;
+    if (!how.is_stored_bytewise())
+        std::erase_if(can_be_torn, [&](int64_t node) {
+            return node / page == (node + key.key.node_bytes - 1) / page;
+        });
+    bool is_torn = false;
+    std::set<int64_t> edges;
+    for (const check::finding& one : key.findings.kept) {
+        if (one.how_bad != check::severity::damage) continue;
+        const std::set<int64_t> blamed = nodes_to_blame(one, key.key, tree);
+        EXPECT_FALSE(blamed.empty()) << "damage outside of nodes";
+        if (one.broken == check::invariant::I8) {
+            edges.insert(blamed.begin(), blamed.end());
+            continue;
+        }
+        is_torn = true;
+        std::erase_if(can_be_torn, [&](int64_t node) { return !blamed.contains(node); });
+    }
+    EXPECT_TRUE(!is_torn || !can_be_torn.empty()) << "not by one write that was cut";
+    left.torn_nodes += is_torn;
+    left.cut_edges += static_cast<int32_t>(edges.size());
+}
 
 bool onlooker::is_under_way(const place& at, bool with_a_new_key) const
 {
@@ -166,21 +239,23 @@ void onlooker::expect_live(int32_t writer, int32_t number, int32_t found, bool i
         << "writer " << writer << ", " << number << ": " << found << " of " << wanted;
 }
 
-// A node in work is damage. A split in work has written one half of a node and not yet what leads
-// to the other: what is missing are neighbours, nearly half a node of them or more. They are in two
-// places if the half that was written is a branch and was cut itself. Where nothing is mapped, the
-// one entry that was to move over the edge of a page can go.
+// A node in work is damage (expect_damage). A split in work has written one half of a node and not
+// yet what leads to the other: what is missing are neighbours, nearly half a node of them or more.
+// They are in two places if the half that was written is a branch and was cut itself. Where nothing
+// is mapped, the one entry that was to move over the edge of a page can go.
 void onlooker::expect_keys(const std::string& data, std::vector<place> places,
                            const places_in_work& in_work, int32_t most_runs)
 {
     const std::string file = support::file_bytes(index_name);
     const check::index_report report = support::check_index(file, data);
     ASSERT_EQ(report.keys.size(), 2U);
+    damage_left left;
     for (size_t k = 0; k < 2; ++k) {
         const check::key_report& key = report.keys[k];
         SCOPED_TRACE(check::lines_of(key.findings));
         if (key.findings.count(check::severity::damage) > 0) {
             ++totals["trees with a node in work"];
+            expect_damage(file, key, left);
             is_out_of_step = true;
             continue;
         }
@@ -198,6 +273,11 @@ void onlooker::expect_keys(const std::string& data, std::vector<place> places,
         std::sort(places.begin(), places.end(),
                   [](const place& a, const place& b) { return a.offset < b.offset; });
     }
+    // Held writers end the write that they are in. A split holds the whole file, so that behind the
+    // one that was cut there are those of others only who came after the kill.
+    EXPECT_LE(left.torn_nodes, 1);
+    EXPECT_LE(left.cut_edges, most_runs / 2);
+    totals["of these right edges cut in a split"] += left.cut_edges;
 }
 
 void onlooker::expect_split(const std::string& file, const key_record& key,

@@ -49,6 +49,12 @@ private:
     void expect_live(int32_t writer, int32_t number, int32_t found, bool is_torn) const;
     void expect_keys(const std::string& data, std::vector<place> places,
                      const places_in_work& in_work, int32_t most_runs);
+    struct damage_left {
+        int32_t torn_nodes = 0;
+        int32_t cut_edges = 0;
+    };
+    void expect_damage(const std::string& file, const check::key_report& key,
+                       damage_left& left) const;
     void expect_split(const std::string& file, const key_record& key,
                       const std::vector<place>& in_order, const places_in_work& in_work,
                       int32_t most_runs);

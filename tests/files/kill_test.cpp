@@ -102,7 +102,7 @@ protected:
         waitpid(children[victim], nullptr, 0);
         for (size_t i = victim + 1; i < children.size() && !on.is_out_of_step; ++i)
             waitpid(children[i], nullptr, WUNTRACED);
-        ++on.totals["kills"];
+        ++on.totals[on.is_out_of_step ? "kills whose files weren't looked at" : "kills"];
     }
 
     void kill_in_turn()
@@ -119,7 +119,7 @@ protected:
             if (!how.is_shared) rebuild_header();
             const auto others = static_cast<int32_t>(children.size() - i) - 1;
             on.look(calls_of_others(i) - before + (others > 0 ? 4 : 2));
-            EXPECT_TRUE(notes[i].refusal == TS_OK || on.is_out_of_step) << notes[i].refusal;
+            EXPECT_EQ(notes[i].refusal, TS_OK) << "before the kill";
             if (on.is_out_of_step || HasFailure()) continue;
             for (size_t k = i + 1; k < children.size(); ++k) kill(children[k], SIGCONT);
             look_up_records_of(static_cast<int32_t>(i) + 1);

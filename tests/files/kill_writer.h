@@ -6,6 +6,7 @@
 #pragma once
 
 #include "tarsil32.hpp"
+#include "tests/support/platform_files.h"
 #include "tests/support/temp_folder.h"
 
 #include <atomic>
@@ -15,12 +16,7 @@
 
 namespace tarsil::kills {
 
-#if defined(TARSIL32_MAPPING)
-inline constexpr bool is_built_to_map = true;
-#else
-inline constexpr bool is_built_to_map = false;
-#endif
-
+using support::is_built_to_map;
 inline constexpr int32_t page = 4096;
 inline constexpr int32_t most_writers = 4;
 inline constexpr int32_t new_numbers = 3000; // of a writer; then new files are begun

@@ -23,12 +23,6 @@ namespace {
 
 using namespace support;
 
-#if defined(TARSIL32_MAPPING)
-constexpr bool is_built_to_map = true;
-#else
-constexpr bool is_built_to_map = false;
-#endif
-
 constexpr size_t mib = 1 << 20;
 constexpr size_t step = mib / 4; // at most so much lies behind the end of an open file
 

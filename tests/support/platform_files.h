@@ -13,6 +13,12 @@ namespace tarsil::support {
 
 using namespace platform;
 
+#if defined(TARSIL32_MAPPING)
+inline constexpr bool is_built_to_map = true;
+#else
+inline constexpr bool is_built_to_map = false;
+#endif
+
 inline file_handle open_file(const std::string& name, share mode = share::read_write,
                              access wanted = access::read_write)
 {
