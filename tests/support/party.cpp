@@ -58,6 +58,18 @@ void rewrite(shared_record& record, std::mt19937& random)
     record.sum = sum_of(record);
 }
 
+// What isn't there, or no longer: an answer to every search and step.
+constexpr std::initializer_list<int32_t> nothing_there = {
+    TS_FIND_NO_ENTRY,     TS_PARTIAL_NO_ENTRY,        TS_CURSOR_NONE,
+    TS_NEXT_ENTRY_AT_END, TS_PREVIOUS_ENTRY_AT_START, TS_WALK_NO_RECORDS};
+
+// What docs/LOCKING.md tells of searches and cursors beside others without locks: a way through
+// nodes that others split can end at what is no node or no record, and a number of records that
+// changed is told.
+constexpr std::initializer_list<int32_t> told_beside_others = {
+    TS_CURSOR_FILE_CHANGED, TS_PREVIOUS_ENTRY_LOST, TS_NEXT_ENTRY_LOST, TS_NODE_READ_SHORT,
+    TS_NODE_READ_POSITION,  TS_NODE_DAMAGED,        TS_BODY_READ_SHORT};
+
 // Ways to a record that is to be changed, and what is done to it; and the refusals of those that
 // have been done already.
 enum : int32_t { by_number, by_key, at_cursor, route_count };
@@ -250,10 +262,9 @@ int32_t party::by(index_reader call, size_t key)
 void party::check_read(int32_t code, int64_t epoch, bool locked)
 {
     if (code < 0) {
-        if (is_one_of(code, {TS_FIND_NO_ENTRY, TS_PARTIAL_NO_ENTRY, TS_CURSOR_NONE,
-                             TS_NEXT_ENTRY_AT_END, TS_PREVIOUS_ENTRY_AT_START, TS_WALK_NO_RECORDS}))
-            return;
+        if (is_one_of(code, nothing_there)) return;
         if (locked) must(code, "a read under locks");
+        must(code, "a read beside others", told_beside_others);
         ++(code == TS_CURSOR_FILE_CHANGED ? told.changed : told.odd);
         return;
     }
@@ -301,11 +312,11 @@ void party::change_one(int32_t route, int32_t verb, int32_t number)
     const std::string value = value_of(at, look_alike());
     int32_t code = pick(route, number, key, value);
     const bool strict = locking || route == by_number;
-    if (code < 0 && strict)
-        must(code, "a record to change",
-             {TS_FIND_NO_ENTRY, TS_PARTIAL_NO_ENTRY, TS_WALK_NO_RECORDS, TS_CURSOR_NONE,
-              TS_BAD_RECORD_NUMBER});
-    if (code < 0) return;
+    if (code < 0) {
+        if (is_one_of(code, nothing_there) || (strict && code == TS_BAD_RECORD_NUMBER)) return;
+        must(code, "a record to change", strict ? nothing_there : told_beside_others);
+        return;
+    }
     ensure(is_whole(seen()), "a record to change that isn't whole");
     const shared_record before = seen();
     shared_record after = before;
@@ -330,7 +341,11 @@ void party::change_one(int32_t route, int32_t verb, int32_t number)
     code = answer(call);
     if (!locking) {
         told.changed += code == TS_CURSOR_FILE_CHANGED;
-        if (strict) must(code, "change", {done_already[route][verb], TS_UPDATE_KEY_CHANGED});
+        if (is_one_of(code, {done_already[route][verb], TS_UPDATE_KEY_CHANGED})) return;
+        if (!strict && code == TS_UPDATE_LENGTH_DIFFERS) return; // of another record that was found
+        if (strict || !is_one_of(code, nothing_there))
+            must(code, "a change beside others",
+                 strict ? std::initializer_list<int32_t>{} : told_beside_others);
         return;
     }
     const bool refusal = was_deleted != (verb == restore_it);
