@@ -30,7 +30,7 @@ constexpr useconds_t nap = 20; // microseconds
 template <class call> int32_t in_turn(call&& step, turn of = turn::of_a_call)
 {
     int32_t code = step();
-    while (code == TS_LOCK_REFUSED && shared_mode) {
+    while ((code == TS_LOCK_REFUSED || code == TS_OPEN_DATA_LOCK_FAILED) && shared_mode) {
         if (of == turn::of_a_series)
             usleep(nap);
         else
@@ -80,7 +80,8 @@ void open_keys(const opening& how)
         std::remove("store.idx");
         index_file = tscrindd32(data, "store.idx", count, keys, &scratch);
     } else {
-        index_file = tsopeni32(data, "store.idx", cursors);
+        index_file = in_turn([&] { return tsopeni32(data, "store.idx", cursors); },
+                             turn::of_a_series);
     }
     well(index_file, "opening the index");
 }
@@ -96,7 +97,7 @@ void open(const opening& how)
     } else if (how.after_kill) {
         data = tsrbdbh32("store.dat", &scratch);
     } else {
-        data = in_turn([] { return tsopend32("store.dat"); });
+        data = in_turn([] { return tsopend32("store.dat"); }, turn::of_a_series);
     }
     well(data, "opening the data file");
     if (how.kind == by_id || how.kind == three_keys) open_keys(how);
