@@ -182,29 +182,42 @@ TEST_F(SharedFace, WalksGoOnAfterAnAddAndStopWhenAskedOrAfterAPurge)
     EXPECT_EQ(files.by_number.walk_state().code(), TS_CURSOR_FILE_CHANGED);
 }
 
-TEST_F(SharedFace, LocksNestAndGoWithTheirScope)
+TEST_F(SharedFace, LocksKeepOthersOutNestAndGoWithTheirScope)
 {
     create(3);
+    // What is refused of a read of record 2, of another one, and of both by a key: a bit each.
+    constexpr int32_t by_number_2 = 8, by_number = 4, by_key_2 = 2, by_key = 1;
     child_process other([&](const child_line& line) {
         const shared_files files(folder);
-        const auto get = [&] { return files.file.get(2, retry::never()).code(); };
-        for (int i = 0; i < 5; ++i) line.step(get);
+        for (int i = 0; i < 6; ++i)
+            line.step([&] {
+                const status reads[] = {
+                    files.file.get(2, retry::never()), files.file.get(1, retry::never()),
+                    files.find(20, retry::never()), files.find(10, retry::never())};
+                int32_t refused = 0;
+                for (const status& each : reads)
+                    refused = 2 * refused + (each.code() == TS_LOCK_REFUSED);
+                return refused;
+            });
     });
     const shared_files files(folder);
-    EXPECT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(other.next(), 0);
     {
         const file_lock outer = *files.file.lock();
+        EXPECT_EQ(other.next(), by_number_2 + by_number + by_key_2 + by_key);
         const file_lock inner = *files.file.lock_all();
         EXPECT_TRUE(files.add(40)) << "inside the own locks";
         EXPECT_FALSE(files.keys.lock()->placed());
-        EXPECT_EQ(other.next(), TS_LOCK_REFUSED);
     }
-    EXPECT_EQ(other.next(), TS_OK);
+    EXPECT_EQ(other.next(), 0);
+    file_lock index_lock = *files.keys.lock();
+    EXPECT_EQ(other.next(), by_key_2 + by_key);
+    EXPECT_TRUE(index_lock.release());
 
     file_lock record_lock = *files.file.lock_record(2);
-    EXPECT_EQ(other.next(), TS_LOCK_REFUSED);
+    EXPECT_EQ(other.next(), by_number_2 + by_key_2);
     EXPECT_FALSE(files.file.lock_record(2)->placed());
-    EXPECT_EQ(other.next(), TS_LOCK_REFUSED) << "the outer lock of the record still stands";
+    EXPECT_EQ(other.next(), by_number_2 + by_key_2) << "the outer lock of the record still stands";
     EXPECT_TRUE(files.file.get(2));
     EXPECT_TRUE(files.file.update(2, bytes_of(make_entry(20))));
     EXPECT_TRUE(files.file.erase(2));
