@@ -56,7 +56,8 @@ int compare_field(char type, const char* left, const char* right, int32_t length
     case 'c': return compare_numbers<uint8_t>(left, right);
     case 'f': return compare_around_halves<float>(left, right);
     case 'd': return compare_around_halves<double>(left, right);
-    default: return compare_strings(left, right, length);
+    case 's': return compare_strings(left, right, length);
+    default: return 0; // a letter that is none decides nothing
     }
 }
 

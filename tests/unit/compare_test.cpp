@@ -1,4 +1,4 @@
-// The order of keys: the tolerances, further fields, and all letters beside a plain comparison.
+// The order of keys: the tolerances, and keys of all letters beside the comparison of the model.
 // A node ends where memory ends, and a search value is a heap block of exactly its size, so that a
 // scan that looks further is seen, there by the address sanitizer.
 #include "index/compare.h"
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "core/tables.h"
+#include "tests/support/model.h"
 
 namespace tarsil {
 namespace {
@@ -26,16 +27,12 @@ template <class number> std::string raw(number value)
     return bytes;
 }
 
-struct field {
-    char type;
-    int32_t length;
-};
-
-key_record key_of_fields(const std::vector<field>& fields)
+key_record key_of_fields(const std::vector<model::field>& fields)
 {
     key_record key = {};
-    for (const field& each : fields) {
+    for (const model::field& each : fields) {
         key.fields[key.field_count].type = each.type;
+        key.fields[key.field_count].offset = each.offset;
         key.fields[key.field_count++].length = each.length;
         key.entry_key_bytes += each.length;
     }
@@ -66,18 +63,32 @@ unsigned char* end_of_memory()
     return end;
 }
 
-// Entries and the search value are given as packed keys, in modes without a record offset the
-// latter as little as a caller may pass.
-place scan(const key_record& key, const std::vector<std::string>& entries,
-           const std::string& search, bool exact)
+// A search by the first fields, or the start of a string, shortens the key record meanwhile;
+// entries keep their stride. Without a record offset a caller passes no more than what counts.
+place scan(const std::vector<model::field>& fields, const std::vector<model::entry>& entries,
+           const model::entry& wanted, const model::part& part, bool exact)
 {
+    key_record key = key_of_fields(fields);
+    key.field_count = static_cast<int32_t>(part.fields);
+    key.fields[part.fields - 1].length = part.last_length;
+    std::string value = wanted.image + raw(wanted.offset);
+    if (!exact) {
+        size_t bytes = 0;
+        for (size_t i = 0; i + 1 < part.fields; ++i) bytes += static_cast<size_t>(fields[i].length);
+        value.resize(bytes + static_cast<size_t>(part.last_length));
+        const size_t text_end = value.find('\0', bytes);
+        if (fields[part.fields - 1].type == 's' && text_end != std::string::npos)
+            value.resize(text_end + 1);
+    }
+    const std::vector<unsigned char> search(value.begin(), value.end());
+
     std::string node;
-    for (const std::string& entry : entries) node += raw(int32_t{-1}) + entry;
+    for (const model::entry& each : entries)
+        node += raw(int32_t{-1}) + each.image + raw(each.offset);
     unsigned char* const bytes = end_of_memory() - node.size();
     std::copy(node.begin(), node.end(), bytes);
-    const std::vector<unsigned char> value(search.begin(), search.end());
     place end = {behind_all, -7};
-    end.result = node_scan(key, bytes + 4, value.data(), static_cast<int32_t>(entries.size()),
+    end.result = node_scan(key, bytes + 4, search.data(), static_cast<int32_t>(entries.size()),
                            end.position, exact);
     return end;
 }
@@ -85,8 +96,9 @@ place scan(const key_record& key, const std::vector<std::string>& entries,
 // Where one value stands to one other.
 scan_result order_of(char type, const std::string& search, const std::string& entry)
 {
-    const key_record key = key_of_fields({{type, static_cast<int32_t>(entry.size())}});
-    return scan(key, {entry + raw(int32_t{28})}, search, false).result;
+    const auto length = static_cast<int32_t>(entry.size());
+    return scan({{type, length, 0}}, {{entry, 28}}, {search, 28}, {search, 1, length}, false)
+        .result;
 }
 
 class Compare : public testing::Test {
@@ -141,157 +153,75 @@ TEST_F(Compare, RealsAreEqualWithinTheTolerance)
     }
 }
 
-TEST_F(Compare, FurtherFieldsDecideWhereTheFirstIsEqual)
+int32_t below(std::mt19937& random, int32_t limit)
 {
-    const key_record key = key_of_fields({{'s', 3}, {'d', 8}, {'h', 2}});
-    const auto packed = [](const std::string& text, double real, int number) {
-        return text + raw(real) + raw(static_cast<int16_t>(number));
-    };
-    std::vector<std::string> entries;
-    for (const std::string& each : {packed("abc", 1.0, -1), packed("abc", 1.0, 1),
-                                    packed("abc", 2.0, 0), packed({"b\0z", 3}, 0.0, 0)})
-        entries.push_back(each + raw(int32_t{28}));
-
-    EXPECT_EQ(scan(key, entries, packed("abc", 1.0004, 1), false), (place{found, 1}));
-    EXPECT_EQ(scan(key, entries, packed("abc", 1.0, 0), false), (place{before, 1}));
-    EXPECT_EQ(scan(key, entries, packed("abc", 1.5, 9), false), (place{before, 2}));
-    EXPECT_EQ(scan(key, entries, packed({"b\0q", 3}, 0.0, 0), false), (place{found, 3}));
-
-    // A search by the first fields, or the start of a string, shortens the key record meanwhile;
-    // entries keep their stride.
-    key_record partial = key;
-    partial.field_count = 1;
-    partial.fields[0].length = 1;
-    EXPECT_EQ(scan(partial, entries, "b", false), (place{found, 3}));
-    partial.fields[0].type = '?';
-    EXPECT_EQ(scan(partial, entries, "b", false), (place{found, 0}));
+    return static_cast<int32_t>(random() % static_cast<uint32_t>(limit));
 }
 
-std::string value_of(char letter, int32_t number)
+// One of few values: most bytes are the same in all, and reals stand around multiples of a half,
+// within the tolerance.
+std::string draw_field(std::mt19937& random, const model::field& of, int32_t variety)
 {
-    switch (letter) {
-    case 'H':
-    case 'h': return raw(static_cast<int16_t>(number));
-    case 'c':
-    case 's': return std::string(1, static_cast<char>(number));
-    case 'f': return raw(static_cast<float>(number));
-    case 'L':
-    case 'U':
-    case 'i':
-    case 'l': return raw(number);
-    default: return raw(static_cast<double>(number));
-    }
+    const double real = (below(random, variety) - 1) / 2.0 + (below(random, 5) - 2) * 0.0001;
+    if (of.type == 'd') return raw(real);
+    if (of.type == 'f') return raw(static_cast<float>(real));
+    std::string bytes(static_cast<size_t>(of.length), 'm');
+    for (int32_t changes = below(random, variety); changes > 0; --changes)
+        bytes[random() % bytes.size()] = "\x80\0ab"[below(random, 4)];
+    return bytes;
 }
 
-// A field of each letter, and of some that are none, in front of one that would decide the other
-// way, by nine entries: a block that may be passed as a whole, and one behind it.
-TEST_F(Compare, TheFirstFieldThatDiffersDecidesIfItsLetterIsKnown)
-{
-    for (const char letter : std::string("sHhcLUilfd!?Vetz")) {
-        const bool is_known = fixed_field_length(letter) != unknown_letter;
-        for (const bool leads : {true, false}) {
-            std::vector<field> fields = {{letter, static_cast<int32_t>(value_of(letter, 1).size())},
-                                         {'c', 1}};
-            if (!leads) fields.insert(fields.begin(), field{'c', 1});
-            const key_record key = key_of_fields(fields);
-            const auto of_both = [&](int32_t number, int32_t further) {
-                return (leads ? "" : "x") + value_of(letter, number) + value_of('c', further);
-            };
-            const auto packed = [&](int32_t number) { return of_both(number, 3 - number); };
-            for (const int32_t number : {1, 2}) {
-                const std::vector<std::string> entries(9, packed(3 - number) + raw(int32_t{28}));
-                const bool is_behind = is_known == (number == 2);
-                EXPECT_EQ(scan(key, entries, packed(number), false),
-                          (is_behind ? place{behind_all, 9} : place{before, 0}))
-                    << letter << ' ' << leads << ' ' << number;
-            }
-            // Only the first of the block is equal where the further field says behind of all.
-            std::vector<std::string> rising(9, packed(2) + raw(int32_t{28}));
-            rising.front() = packed(1) + raw(int32_t{28});
-            EXPECT_EQ(scan(key, rising, of_both(1, 3), false),
-                      (is_known ? place{before, 1} : place{behind_all, 9}))
-                << letter << ' ' << leads;
-        }
-    }
-}
-
-// What a packed key of one field is, without words and blocks: a number, or the text up to its end;
-// and where two have the same, the record further back stands first.
-template <class number> number first_of(const std::string& packed)
-{
-    number value;
-    std::memcpy(&value, packed.data(), sizeof value);
-    return value;
-}
-
-int64_t number_of(char letter, const std::string& packed)
-{
-    switch (letter) {
-    case 'H': return first_of<uint16_t>(packed);
-    case 'h': return first_of<int16_t>(packed);
-    case 'c': return first_of<uint8_t>(packed);
-    case 'L':
-    case 'U': return first_of<uint32_t>(packed);
-    case '?': return 0;
-    default: return first_of<int32_t>(packed);
-    }
-}
-
-int64_t plain_difference(char letter, const std::string& search, const std::string& entry)
-{
-    const size_t length = search.size() - 4;
-    if (letter != 's' && number_of(letter, search) != number_of(letter, entry))
-        return number_of(letter, search) - number_of(letter, entry);
-    for (size_t i = 0; letter == 's' && i < length; ++i) {
-        if (search[i] != entry[i])
-            return static_cast<signed char>(search[i]) - static_cast<signed char>(entry[i]);
-        if (search[i] == 0) break;
-    }
-    return int64_t{load_i32(&entry[length])} - load_i32(&search[length]);
-}
-
+// Keys by chance: of one to three fields, among them letters that are none. Searched for is an
+// entry with its record, a value, or the first fields of one with the start of a string.
 TEST_F(Compare, AScanEndsAtTheFirstEntryThatIsNotPassed)
 {
     std::mt19937 random(20240607);
-    const auto below = [&random](size_t limit) { return random() % limit; };
-    const std::string letters = "sHhcLUils?"; // ?: all are equal
-    for (size_t round = 0; round < 9000; ++round) {
-        const char letter = letters[round % letters.size()];
-        const int32_t fixed = fixed_field_length(letter);
-        const size_t length = fixed > 0 ? static_cast<size_t>(fixed) : 1 + below(26);
+    for (int32_t round = 0; round < 30000 && !HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        std::vector<model::field> fields(1 + random() % 3);
+        std::vector<int32_t> varieties;
+        for (model::field& each : fields) {
+            each.type = "sssHhcLUilfd?!Vetz"[below(random, 18)];
+            const int32_t fixed = fixed_field_length(each.type);
+            each.length = fixed > 0 ? fixed : 1 + below(random, 26);
+            varieties.push_back(1 + below(random, 4));
+        }
         const auto make = [&] {
-            std::string text(length, 'm'); // the most of it is the same in all
-            for (size_t changes = below(4); changes > 0; --changes)
-                text[below(length)] = "\x80\0ab"[below(4)];
-            return text + raw(static_cast<int32_t>(100 * below(3)));
+            model::entry made = {{}, 100 * below(random, 3)};
+            for (size_t i = 0; i < fields.size(); ++i)
+                made.image += draw_field(random, fields[i], varieties[i]);
+            return made;
         };
-        std::vector<std::string> entries(below(30));
+        const model::entry_order stands_before = {&fields};
+        std::vector<model::entry> entries(random() % 30);
         std::generate(entries.begin(), entries.end(), make);
-        std::sort(entries.begin(), entries.end(), [letter](const auto& one, const auto& other) {
-            return plain_difference(letter, one, other) < 0;
-        });
-        if (entries.size() > 1 && below(4) == 0)
+        std::sort(entries.begin(), entries.end(), stands_before);
+        if (entries.size() > 1 && random() % 4 == 0)
             std::swap(entries.front(), entries.back()); // a damaged node
 
-        const std::string search = make();
-        const auto end = std::find_if(
-            entries.begin(), entries.end(),
-            [&](const std::string& entry) { return plain_difference(letter, search, entry) <= 0; });
-        scan_result result = entries.empty() ? before : behind_all;
-        if (end != entries.end())
-            result = plain_difference(letter, search, *end) == 0 ? found : before;
-        const key_record key = key_of_fields({{letter, static_cast<int32_t>(length)}});
-        ASSERT_EQ(scan(key, entries, search, true),
-                  (place{result, static_cast<int32_t>(end - entries.begin())}))
-            << letter;
+        const bool exact = random() % 2 == 0;
+        const model::entry wanted = make();
+        model::part part = {wanted.image, exact ? fields.size() : 1 + random() % fields.size(), 0};
+        const model::field& last = fields[part.fields - 1];
+        part.last_length = exact || last.type != 's' ? last.length : 1 + below(random, last.length);
+        const auto is_passed = [&](const model::entry& each) {
+            return exact ? stands_before(each, wanted) : stands_before(each, part);
+        };
+        const auto end = std::find_if_not(entries.begin(), entries.end(), is_passed);
+        place expected = {entries.empty() ? before : behind_all,
+                          static_cast<int32_t>(end - entries.begin())};
+        if (end != entries.end()) {
+            const bool is_before = exact ? stands_before(wanted, *end) : stands_before(part, *end);
+            expected.result = is_before ? before : found;
+        }
+        EXPECT_EQ(scan(fields, entries, wanted, part, exact), expected);
     }
 }
 
 TEST_F(Compare, FieldsBeyondTheRecordPackAsZeros)
 {
-    key_record key = key_of_fields({{'s', 4}, {'l', 4}, {'h', 2}, {'s', 3}, {'c', 1}});
-    const int32_t offsets[] = {1, 6, std::numeric_limits<int32_t>::max(), -2, 8};
-    for (int32_t i = 0; i < key.field_count; ++i) key.fields[i].offset = offsets[i];
+    const key_record key = key_of_fields(
+        {{'s', 4, 1}, {'l', 4, 6}, {'h', 2, INT32_MAX}, {'s', 3, -2}, {'c', 1, 8}});
     const std::vector<unsigned char> record = {'0', '1', '2', '3', '4', '5', '6', '7'};
     std::vector<unsigned char> packed(static_cast<size_t>(key.entry_key_bytes), 0xee);
     pack_key(key, {record.data(), static_cast<int32_t>(record.size())}, 0x01020304, packed.data());
