@@ -34,8 +34,8 @@ public:
     // What was under way is done or not; from now on it counts as found.
     void settle();
 
-    bool is_out_of_step = false; // a tree, or a record: nothing goes on in this round
-    bool has_torn = false;
+    bool is_out_of_step = false; // a tree
+    bool has_torn = false;       // a record; with either, nothing goes on in this round
     std::map<const char*, long long> totals;
 
 private:

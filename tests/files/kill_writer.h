@@ -1,14 +1,17 @@
-// The life of a writer that is killed in the end: what it adds, updates and deletes, and how it
-// tells what it has been answered, in memory that outlives it.
+// The life of a writer that is killed in the end: what it adds, updates, deletes and undeletes, and
+// how it tells what it has been answered, in memory that outlives it.
 //
 // A record is made of who wrote it, its number and its version; every fourth version has other keys
 // than the one before, so that the update that makes it deletes the record and adds another one.
+// Where a body is longer than a row, the rest repeats the row's last byte.
 #pragma once
 
+#include "data/data_format.h"
 #include "tarsil32.hpp"
 #include "tests/support/platform_files.h"
 #include "tests/support/temp_folder.h"
 
+#include <algorithm>
 #include <atomic>
 #include <ostream>
 #include <string>
@@ -18,6 +21,7 @@ namespace tarsil::kills {
 
 using support::is_built_to_map;
 inline constexpr int32_t page = 4096;
+inline constexpr int32_t long_bytes = 20000;
 inline constexpr int32_t most_writers = 4;
 inline constexpr int32_t new_numbers = 3000; // of a writer; then new files are begun
 inline constexpr int32_t many = 6000; // that stand there before, as many as make more than 1 MiB
@@ -35,6 +39,11 @@ struct row {
 
 row make_row(int32_t writer, int32_t number, int32_t version);
 
+inline char byte_of(const row& made, size_t at)
+{
+    return reinterpret_cast<const char*>(&made)[std::min(at, sizeof(row) - 1)];
+}
+
 // What a writer has been answered, in memory that it shares with the test. A version is below 0
 // once its record is deleted, and 0 before it is added.
 struct answered {
@@ -49,7 +58,8 @@ struct answered {
     int32_t version() const { return versions[number]; }
     bool has_a_new_key() const
     {
-        return target > 0 && (version() == 0 || target % versions_of_key == 0);
+        const bool is_stored_anew = target > 0 && version() >= 0;
+        return is_stored_anew && (version() == 0 || target % versions_of_key == 0);
     }
 };
 
@@ -59,11 +69,30 @@ struct mode_of_work {
     int32_t writers;
     bool is_variable;
     int32_t begin; // records that are there before
+    int32_t most_bytes = sizeof(row);
+    bool is_through = false;
 
+    // The shortest of six still has the fields of the keys.
     size_t length(int32_t number) const
     {
-        return sizeof(row) - (is_variable ? static_cast<size_t>(number % 6) * 20 : 0);
+        const int32_t less = is_variable ? number % 6 * (most_bytes - 140) / 5 : 0;
+        return static_cast<size_t>(most_bytes - less);
     }
+    std::string body_of(const row& made) const
+    {
+        std::string body(length(made.number), byte_of(made, sizeof made));
+        return body.replace(0, std::min(body.size(), sizeof made),
+                            reinterpret_cast<const char*>(&made),
+                            std::min(body.size(), sizeof made));
+    }
+    // In a file that is still short half a record shows; behind a long one there are zeros already.
+    uint32_t most_microseconds() const
+    {
+        if (is_through) return 30000;
+        return most_bytes == long_bytes && !is_shared ? 1000 : 3000;
+    }
+    bool is_counted_at_once() const { return is_shared || is_through; }
+    bool is_in_two_writes(size_t bytes) const { return is_through || bytes > page - frame_bytes; }
     // Whether a kill can cut a write that lies within one page.
     bool is_stored_bytewise() const { return is_built_to_map && !is_shared; }
 };
@@ -80,6 +109,7 @@ struct open_files {
 
     open_files(const support::temp_folder& folder, const mode_of_work& how)
         : started(library::start({.multi_user = how.is_shared,
+                                  .write_through = how.is_through,
                                   .reuse_deleted = !how.is_variable,
                                   .wait = retry::up_to(std::chrono::seconds(20))})),
           file(*started->open(folder.file("kill.dat"))),

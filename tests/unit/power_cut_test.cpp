@@ -26,7 +26,6 @@ using namespace support;
 constexpr const char* data_name = "cut.dat";
 constexpr const char* index_name = "cut.idx";
 constexpr size_t sector_bytes = 64; // small, so that records and nodes lie across several
-constexpr int32_t operations = 60;
 
 using files = std::map<std::string, std::string>;
 
@@ -102,6 +101,8 @@ struct workload {
     mode how;
     int32_t record_length; // or TS_VARIABLE_LENGTH
     char reuse;
+    int32_t longest = 161; // body in a file of variable length
+    int32_t operations = 60;
 };
 
 void PrintTo(const workload& of, std::ostream* out) { *out << of.name; }
@@ -131,7 +132,7 @@ protected:
         at_start = {{data_name, sim::bytes(data_name)}, {index_name, sim::bytes(index_name)}};
         sim::start_recording();
         note_state();
-        for (int32_t i = 0; i < operations; ++i) {
+        for (int32_t i = 0; i < GetParam().operations; ++i) {
             any_operation();
             note_state();
         }
@@ -145,7 +146,8 @@ protected:
     std::string body()
     {
         const int32_t length = GetParam().record_length;
-        const size_t bytes = length > 0 ? static_cast<size_t>(length) : 12 + random() % 150;
+        const auto range = static_cast<uint64_t>(GetParam().longest - 11);
+        const size_t bytes = length > 0 ? static_cast<size_t>(length) : 12 + random() % range;
         std::string made(bytes, static_cast<char>('a' + random() % 5));
         return made.replace(0, 4, i32(static_cast<int32_t>(random() % 50)));
     }
@@ -311,6 +313,10 @@ constexpr workload workloads[] = {
     {"shared_fixed", mode::shared_write_through, 20, 'n'},
     {"shared_reuse", mode::shared_write_through, 20, 'y'},
     {"shared_variable", mode::shared_write_through, TS_VARIABLE_LENGTH, 'n'},
+    {"single_long", mode::write_through, 4100, 'y', 0, 25},
+    {"shared_long", mode::shared_write_through, 4100, 'y', 0, 25},
+    {"single_long_variable", mode::write_through, TS_VARIABLE_LENGTH, 'n', 20000, 25},
+    {"shared_long_variable", mode::shared_write_through, TS_VARIABLE_LENGTH, 'n', 20000, 25},
 };
 INSTANTIATE_TEST_SUITE_P(Workloads, PowerCut, testing::ValuesIn(workloads),
                          [](const auto& of) { return of.param.name; });
