@@ -1,6 +1,6 @@
 // All 61 functions under failures: each in the situations in which it asks different things of the
 // platform, in all modes. What has to follow is told in tests/unit/fault_sweep.h. Of tsadd32 here
-// is what fault_add_test.cpp, which goes through its exits, has no shape for.
+// is what fault_add_test.cpp, which goes through its stages, has no shape for.
 #include "index/index_format.h"
 #include "index/slots.h"
 #include "tests/support/settings.h"
