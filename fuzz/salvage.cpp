@@ -3,27 +3,25 @@
 // behind the one before it.
 #include "check/data_check.h"
 #include "fuzz/target.h"
+#include "tests/support/file_parts.h"
 #include "tool/damaged_file.h"
 
 namespace tarsil::fuzz {
 namespace {
 
-std::string number(int32_t value)
-{
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
+using namespace support;
 
 std::string file_of(int32_t record_length, int32_t records)
 {
     std::string frames;
     for (int32_t i = 0; i < records; ++i) {
         const int32_t length = record_length > 0 ? record_length : 5 + i;
-        frames += std::string(i % 3 == 0 ? "d" : " ") + std::string(3, '\0') + number(length) +
-                  std::string(static_cast<size_t>(length), static_cast<char>('a' + i));
+        const auto bytes = static_cast<size_t>(length);
+        frames += frame(std::string(bytes, static_cast<char>('a' + i)), i % 3 == 0 ? 'd' : ' ');
     }
-    const auto end = static_cast<int32_t>(28 + 8 + frames.size());
-    return "*TSD" + number(records) + number((records + 2) / 3) + number(record_length) +
-           number(end) + number(0) + number(8) + number(4) + number('i') + frames;
+    const auto end = static_cast<int64_t>(28 + 8 + frames.size());
+    return with(support::data_file(records, (records + 2) / 3, record_length, end), 20, 8) +
+           i32(4) + i32('i') + frames;
 }
 
 } // namespace

@@ -1,9 +1,7 @@
-// The checkers on files made byte by byte from the pictures in data/data_format.h and
-// index/index_format.h: sound ones, and one fault at a time in them. No code of the library has
-// a hand in these files, so that both sides of every tree test don't rest on one idea of the
-// format.
+// The checkers on files put together by hand: sound ones, and one fault at a time in them.
 #include "check/report_text.h"
 #include "tests/support/checked.h"
+#include "tests/support/file_parts.h"
 #include "tests/support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -16,14 +14,6 @@ using namespace tarsil::support;
 namespace {
 
 using bytes = std::string;
-
-template <typename number> bytes raw(number value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof value};
-}
-bytes i32(int64_t value) { return raw(static_cast<int32_t>(value)); }
-
-void put(bytes& file, size_t at, const bytes& what) { file.replace(at, what.size(), what); }
 
 // "D6 damage repair, D7 note": what was found, in this order.
 bytes brief(const finding_list& list)
@@ -53,81 +43,38 @@ bytes brief(const index_report& report)
     return line;
 }
 
-bytes data_header(int64_t records, int64_t deleted, int64_t length, int64_t end, int64_t table)
-{
-    return "\x2ATSD" + i32(records) + i32(deleted) + i32(length) + i32(end) + i32(table) + i32(0);
-}
-
-bytes frame(const bytes& body, char mark = ' ')
-{
-    return bytes(1, mark) + bytes(3, '\0') + i32(static_cast<int64_t>(body.size())) + body;
-}
-
 // Ten records of one 'l' field, 10 to 110 without 60, the third one deleted. Frames stand every 12
 // bytes from 36 on, behind a field table of one entry.
 constexpr int32_t values[] = {10, 20, 30, 40, 50, 70, 80, 90, 100, 110};
-constexpr int64_t frame_of(int64_t index) { return 36 + 12 * index; }
+constexpr int32_t frame_of(int32_t index) { return 36 + 12 * index; }
 
 bytes sound_data()
 {
-    bytes file = data_header(10, 1, 4, 156, 8) + i32(4) + i32('l');
+    bytes file = with(data_file(10, 1, 4, 156), 20, 8) + i32(4) + i32('l');
     for (const int32_t value : values) file += frame(i32(value), value == 30 ? 'd' : ' ');
     return file;
 }
 
-struct shape {
-    std::string letters;
-    int64_t max_entries = 4;
-};
-
-int64_t width_of(char letter) { return letter == 'd' ? 8 : 4; }
-
-// A key whose fields stand at the start of the record, one behind the other.
-bytes key_record(const shape& key, int64_t root)
+// Fields at the start of the record, one behind the other.
+key_shape shape_of(const bytes& letters, int32_t max_entries = 4)
 {
-    int64_t sum = 0;
-    bytes fields;
-    for (const char letter : key.letters) {
-        fields += bytes(1, letter) + bytes(3, '\0') + i32(width_of(letter)) + i32(sum) + i32(0);
-        sum += width_of(letter);
-    }
-    const int64_t count = static_cast<int64_t>(key.letters.size());
-    fields.resize(256);
-    return i32(key.max_entries) + i32(key.max_entries * (sum + 4 * count + 4) + 8) + i32(count) +
-           i32(sum + 4) + i32(root) + fields;
+    key_shape made = {{}, max_entries};
+    for (const char letter : letters)
+        made.parts.push_back({letter, letter == 'd' ? 8 : 4, made.stride() - 8});
+    return made;
 }
 
-bytes index_head(const std::vector<bytes>& keys)
+bytes leaf_entry(const bytes& image, int64_t record) { return i32(record) + image + i32(record); }
+
+// Of what isn't told no byte is zero.
+bytes node_of(const key_shape& key, char type, int64_t count, const bytes& used)
 {
-    bytes file = "\x2ATSI" + i32(static_cast<int64_t>(keys.size()));
-    for (const bytes& key : keys) file += key;
-    file.resize(2216);
-    return file;
+    return node(key, type, count, used, '\xEE');
 }
 
-bytes entry(int64_t link, const bytes& image, int64_t record)
-{
-    return i32(link) + image + i32(record);
-}
-bytes leaf_entry(const bytes& image, int64_t record) { return entry(record, image, record); }
+const key_shape one_long = shape_of("l");
 
-// A node of a key whose fields are `sum` bytes together; `used` are its entries in front, in a
-// branch with the one of the final child.
-bytes node(const shape& key, char type, int64_t count, bytes used)
-{
-    int64_t sum = 0;
-    for (const char letter : key.letters) sum += width_of(letter);
-    const size_t stride = static_cast<size_t>(sum + 8);
-    while (used.size() < stride * static_cast<size_t>(key.max_entries)) {
-        used += entry(-1, bytes(stride - 8, '\0'), 0);
-    }
-    const auto slack = static_cast<size_t>(key.max_entries) * 4 * (key.letters.size() - 1);
-    return used + bytes(slack, '\xEE') + i32(count) + bytes("\xEE\xEE\xEE") + type;
-}
-
-const shape one_long = {"l"};
-
-bytes value_entry(int64_t index) { return leaf_entry(i32(values[index]), frame_of(index)); }
+bytes value_entry(int32_t index) { return leaf_entry(i32(values[index]), frame_of(index)); }
 
 // The tree of those ten records with nodes for 4 entries, of 56 bytes. Leaves A at 2216, B at 2272,
 // C at 2328, D at 2384; the left branch at 2440, the right one at 2496, the root at 2552. The
@@ -137,17 +84,18 @@ constexpr size_t root = 2552, node_bytes = 56, stride = 12, count_at = 48, type_
 
 bytes sound_index()
 {
-    bytes file = index_head({key_record(one_long, root)});
-    file += node(one_long, 'l', 2, value_entry(0) + value_entry(1));
-    file += node(one_long, 'l', 3, value_entry(2) + value_entry(3) + value_entry(4));
-    file += node(one_long, 'l', 3, value_entry(5) + value_entry(6) + value_entry(7));
-    file += node(one_long, 'l', 2, value_entry(8) + value_entry(9));
+    bytes file = index_head({key_block(one_long, root)});
+    file += node_of(one_long, 'l', 2, value_entry(0) + value_entry(1));
+    file += node_of(one_long, 'l', 3, value_entry(2) + value_entry(3) + value_entry(4));
+    file += node_of(one_long, 'l', 3, value_entry(5) + value_entry(6) + value_entry(7));
+    file += node_of(one_long, 'l', 2, value_entry(8) + value_entry(9));
     const bytes above_b = i32(50) + i32(frame_of(4));
     const bytes nothing(8, '\0');
-    file += node(one_long, 'b', 2,
-                 i32(leaf_a) + i32(30) + i32(5000) + i32(leaf_b) + above_b + i32(-1) + nothing);
-    file += node(one_long, 'b', 1, entry(leaf_c, i32(90), frame_of(7)) + i32(2384) + nothing);
-    file += node(one_long, 'b', 1, i32(left) + above_b + i32(right) + nothing);
+    file += node_of(one_long, 'b', 2,
+                    i32(leaf_a) + i32(30) + i32(5000) + i32(leaf_b) + above_b + i32(-1) + nothing);
+    file += node_of(one_long, 'b', 1,
+                    i32(leaf_c) + i32(90) + i32(frame_of(7)) + i32(2384) + nothing);
+    file += node_of(one_long, 'b', 1, i32(left) + above_b + i32(right) + nothing);
     return file;
 }
 
@@ -280,7 +228,7 @@ TEST(IndexCheck, FindsEachFault)
         {"a key field that isn't the record's", leaf_a + 4, i32(11), "I11"},
         {"an entry far behind", leaf_a + stride, leaf_entry(i32(20), frame_of(1 << 22)), "I11 I11"},
         {"two entries for a record", leaf_a + stride, value_entry(0), "I6 I11 I11"},
-        {"no entry for a record", leaf_a, node(one_long, 'l', 1, value_entry(0)), "I11"},
+        {"no entry for a record", leaf_a, node_of(one_long, 'l', 1, value_entry(0)), "I11"},
     };
     for (const fault& one : faults) {
         const bytes file = with_fault(good, one);
@@ -335,13 +283,13 @@ TEST(Checkers, MissNoBitAndNoMissingByte)
     for (size_t i = 0; i < index.size(); ++i) EXPECT_FALSE(is_sound(data, index.substr(0, i))) << i;
 }
 
-bytes one_leaf(const shape& key, const std::vector<bytes>& images)
+bytes one_leaf(const key_shape& key, const std::vector<bytes>& images)
 {
     bytes used;
     int64_t record = 1000;
     for (const bytes& image : images) used += leaf_entry(image, record -= 10);
     const int64_t count = static_cast<int64_t>(images.size());
-    return index_head({key_record(key, 2216)}) + node(key, 'l', count, used);
+    return index_head({key_block(key, 2216)}) + node_of(key, 'l', count, used);
 }
 
 // Record offsets descend in all of these leaves.
@@ -376,7 +324,7 @@ TEST(IndexCheck, KeepsToTheRulesOfEachLetter)
         {"the same in order", "fl", {f(1.0005F) + i32(1), f(1) + i32(2)}, sound},
     };
     for (const auto& one : cases) {
-        const bytes file = one_leaf({one.letters}, one.images);
+        const bytes file = one_leaf(shape_of(one.letters), one.images);
         const index_report report = check_index_image(span_of(file), {}, one.precision);
         EXPECT_EQ(brief(report), one.found) << one.what;
     }
@@ -384,15 +332,15 @@ TEST(IndexCheck, KeepsToTheRulesOfEachLetter)
 
 TEST(IndexCheck, LetsRecordsDifferWhereTheFormatDoes)
 {
-    const shape key = {"s"};
+    const key_shape key = shape_of("s");
     const auto found = [&](const bytes& first, const bytes& second) {
         const bytes frames = frame(first) + frame(second);
         const int64_t behind_first = 36 + static_cast<int64_t>(first.size());
         const bytes entries = leaf_entry("ab" + bytes(2, '\0'), behind_first) +
                               leaf_entry("abcd", 28);
-        const bytes index = index_head({key_record(key, 2216)}) + node(key, 'l', 2, entries);
+        const bytes index = index_head({key_block(key, 2216)}) + node_of(key, 'l', 2, entries);
         const int64_t end = 28 + static_cast<int64_t>(frames.size());
-        const bytes data = data_header(2, 0, -1, end, 0) + frames;
+        const bytes data = data_file(2, 0, -1, end, frames);
         return brief(check_index(index, data));
     };
     EXPECT_EQ(found("abcdef", "ab"), "");            // a short record is zeros where it ends
@@ -404,16 +352,15 @@ TEST(IndexCheck, LetsRecordsDifferWhereTheFormatDoes)
 // Two keys of different node sizes share a file; a node of one reaches into a node of the other.
 TEST(IndexCheck, FindsOverlapsBetweenKeys)
 {
-    const shape second = {"l", 6};
-    const bytes empty = node(one_long, 'l', 0, {}), other = node(second, 'l', 0, {});
+    const key_shape second = shape_of("l", 6);
+    const bytes empty = node_of(one_long, 'l', 0, {}), other = node_of(second, 'l', 0, {});
     const int64_t after = 2216 + static_cast<int64_t>(node_bytes);
     const bytes nodes = empty + other;
-    const bytes good = index_head({key_record(one_long, 2216), key_record(second, after)}) + nodes;
-    const bytes bad = index_head({key_record(one_long, 2216), key_record(second, after - 1)}) +
-                      nodes;
+    const bytes good = index_head({key_block(one_long, 2216), key_block(second, after)}) + nodes;
+    const bytes bad = index_head({key_block(one_long, 2216), key_block(second, after - 1)}) + nodes;
     EXPECT_EQ(brief(check_index(good, {})), "");
     EXPECT_EQ(brief(check_index(bad, {})), "I3");
-    const bytes data = data_header(0, 0, 4, 28, 0);
+    const bytes data = data_file(0, 0, 4, 28);
     EXPECT_TRUE(check_index(good, data).is_sound());
 }
 
@@ -422,7 +369,7 @@ TEST(IndexCheck, FindsOverlapsBetweenKeys)
 TEST(IndexCheck, TellsAStaleHeaderFromAStaleIndex)
 {
     bytes data = sound_data();
-    put(data, 4, i32(8) + i32(1) + i32(4) + i32(frame_of(8)));
+    data.replace(4, 16, i32(8) + i32(1) + i32(4) + i32(frame_of(8)));
     const bytes index = sound_index();
     const index_report report = check_index(index, data);
     EXPECT_EQ(brief(report.keys[0].findings), "I11 out of step repair");
@@ -432,8 +379,8 @@ TEST(IndexCheck, TellsAStaleHeaderFromAStaleIndex)
 // run against the order of the file, so that every record is a jump.
 TEST(Checkers, SayTheSameOfFilesAndOfMemory)
 {
-    constexpr int64_t count = 400;
-    const shape wide = {"l", count};
+    constexpr int32_t count = 400;
+    const key_shape wide = shape_of("l", count);
     bytes records, entries;
     for (int64_t i = 0; i < count; ++i) {
         const int64_t offset = 28 + static_cast<int64_t>(records.size());
@@ -441,8 +388,8 @@ TEST(Checkers, SayTheSameOfFilesAndOfMemory)
         records += frame(i32(i == 250 ? 0 : -i) + bytes(static_cast<size_t>(i * 37 % 9000), 'x'));
     }
     const int64_t end = 28 + static_cast<int64_t>(records.size());
-    const bytes data = data_header(count + 1, 2, -1, end, 0) + records;
-    const bytes index = index_head({key_record(wide, 2216)}) + node(wide, 'l', count, entries);
+    const bytes data = data_file(count + 1, 2, -1, end, records);
+    const bytes index = index_head({key_block(wide, 2216)}) + node_of(wide, 'l', count, entries);
 
     const temp_folder folder;
     set_file_bytes(folder.file("d"), data);

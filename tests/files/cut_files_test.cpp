@@ -8,6 +8,7 @@
 
 #include "tarsil32.h"
 #include "tests/support/child_process.h"
+#include "tests/support/file_parts.h"
 #include "tests/support/platform_files.h"
 #include "tests/support/temp_folder.h"
 
@@ -33,10 +34,7 @@ protected:
         ASSERT_EQ(tsinit32(), TS_STARTED);
         ASSERT_EQ(tsmuser32(GetParam()), TS_OK);
         ASSERT_EQ(tscrdata32(data.c_str(), sizeof(body), 0, nullptr), 0);
-        key_definition key = {};
-        key.cursor = 'n';
-        key.field_count = 1;
-        key.types[0] = 'i';
+        key_definition key = tarsil::support::define_key(0, {{'i'}}, 'n');
         ASSERT_EQ(tscrind32(0, index.c_str(), 1, &key), 0);
         for (int32_t number = 1; number <= records; ++number) ASSERT_EQ(add(number), TS_OK);
     }

@@ -3,6 +3,7 @@
 #include "check/report_text.h"
 #include "tests/support/checked.h"
 #include "tests/support/child_process.h"
+#include "tests/support/file_parts.h"
 #include "tests/support/party.h"
 #include "tests/support/settings.h"
 #include "tests/support/stored_records.h"
@@ -196,11 +197,7 @@ protected:
     void build(const build_case& in, int32_t own)
     {
         open_and_wait(in, own);
-        key_definition key = {};
-        key.cursor = 'n';
-        key.order = 4;
-        key.field_count = 1;
-        key.types[0] = 'l';
+        key_definition key = define_key(4, {{'l'}}, 'n');
         int32_t record = 0;
         const int32_t code = tscrindd32(0, folder.file("i").c_str(), 1, &key, &record);
         answers[own] = code + (code >= 0);

@@ -3,6 +3,7 @@
 
 #include "tarsil32_text.h"
 #include "tests/sim/sim.h"
+#include "tests/support/file_parts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -133,13 +134,7 @@ int32_t read_facts(life& of)
 int32_t build_index(life& of)
 {
     if (sim::exists(new_index_name)) return TS_OK;
-    key_definition definition = {};
-    definition.cursor = 'y';
-    definition.order = 2;
-    definition.field_count = 2;
-    std::memcpy(definition.types, "is", 2);
-    definition.lengths[1] = 1 + of.first;
-    definition.offsets[1] = of.second;
+    key_definition definition = define_key(2, {{'i'}, {'s', 1 + of.first, of.second}});
     const int32_t code = tscrindd32(of.data, new_index_name, 1, &definition, of.record.data());
     if (code >= 0) tsclosei32(of.data, code);
     return code;
@@ -301,10 +296,8 @@ hostile_files sound_files(int32_t record_length)
     tsinit32();
     field_entry fields[] = {{0, 'i'}, {8, 's'}};
     const int32_t data = tscrdata32(data_name, record_length, 2, fields);
-    key_definition keys[] = {
-        {'y', {}, 2, 1, 0, {'i'}, {}, {}},
-        {'n', {}, 2, 3, 0, {'s', 'f', 'h'}, {3, 0, 0}, {4, 8, 2}},
-    };
+    key_definition keys[] = {define_key(2, {{'i'}}),
+                             define_key(2, {{'s', 3, 4}, {'f', 0, 8}, {'h', 0, 2}}, 'n')};
     tscrind32(data, index_name, 2, keys);
     for (int32_t number = 1; number <= 40; ++number) {
         const int32_t length = record_length > 0 ? record_length : 12 + number % 9;

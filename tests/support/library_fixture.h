@@ -10,6 +10,7 @@
 #include "core/validators.h"
 #include "multiuser/range_lock.h"
 #include "tests/sim/sim.h"
+#include "tests/support/file_parts.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -80,54 +81,5 @@ protected:
         }
     }
 };
-
-// The bytes of numbers and frames, as they stand in files.
-inline std::string i32(int32_t value)
-{
-    std::string bytes(4, 0);
-    std::memcpy(bytes.data(), &value, 4);
-    return bytes;
-}
-
-// Puts a number into a copy of a file.
-inline std::string with(std::string file, size_t offset, int32_t value)
-{
-    return file.replace(offset, 4, i32(value));
-}
-
-inline std::string frame(const std::string& body, char mark = ' ')
-{
-    return std::string{mark, 0, 0, 0} + i32(static_cast<int32_t>(body.size())) + body;
-}
-
-// A data file without fields.
-inline std::string data_file(int32_t records, int32_t deleted, int32_t record_length,
-                             int32_t end_offset, const std::string& frames = {})
-{
-    return "*TSD" + i32(records) + i32(deleted) + i32(record_length) + i32(end_offset) + i32(0) +
-           i32(0) + frames;
-}
-
-// A key; the library itself knows the lengths of all fields but strings.
-struct key_part {
-    char type;
-    int32_t length = 0;
-    int32_t offset = 0;
-};
-
-inline key_definition define_key(uint32_t order, const std::vector<key_part>& parts,
-                                 char cursor = 'y')
-{
-    key_definition made = {};
-    made.cursor = cursor;
-    made.order = order;
-    made.field_count = static_cast<int32_t>(parts.size());
-    for (size_t i = 0; i < parts.size(); ++i) {
-        made.types[i] = parts[i].type;
-        made.lengths[i] = parts[i].length;
-        made.offsets[i] = parts[i].offset;
-    }
-    return made;
-}
 
 } // namespace tarsil::support

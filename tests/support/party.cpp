@@ -1,6 +1,8 @@
 // The work of one process; see party.h.
 #include "tests/support/party.h"
 
+#include "tests/support/file_parts.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
@@ -29,16 +31,11 @@ constexpr key_place keys[key_count] = {
 
 key_definition definition_of(const key_place& place)
 {
-    key_definition made = {};
-    made.cursor = 'y';
-    made.order = 4;
-    made.field_count = static_cast<int32_t>(std::strlen(place.types));
-    for (int32_t i = 0; i < made.field_count; ++i) {
-        made.types[i] = place.types[i];
-        made.lengths[i] = static_cast<int32_t>(sizeof shared_record::name);
-        made.offsets[i] = static_cast<int32_t>(place.offsets[i]);
-    }
-    return made;
+    std::vector<key_part> parts;
+    for (size_t i = 0; place.types[i] != 0; ++i)
+        parts.push_back(
+            {place.types[i], sizeof shared_record::name, static_cast<int32_t>(place.offsets[i])});
+    return define_key(4, parts);
 }
 
 std::string value_of(const key_place& place, const shared_record& record)

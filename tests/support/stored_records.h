@@ -1,10 +1,10 @@
-// The records of a data file that is sound up to the end that its header tells, read from its
-// bytes.
+// The records of a data file, read from its bytes, which are sound up to the end that is asked for.
 #pragma once
 
 #include "core/offsets.h"
 #include "data/data_format.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,16 +16,26 @@ struct stored_record {
     bool operator==(const stored_record&) const = default;
 };
 
+// Whole frames by their offsets.
+inline std::map<size_t, std::string> frames_in(const std::string& file, size_t end)
+{
+    std::map<size_t, std::string> frames;
+    const auto fields = static_cast<size_t>(load_i32(file.data() + 20));
+    for (size_t at = field_table_offset + fields; at < end;) {
+        const auto length = static_cast<size_t>(load_i32(file.data() + at + 4));
+        frames[at] = file.substr(at, frame_bytes + length);
+        at += frame_bytes + length;
+    }
+    return frames;
+}
+
+// Up to the end that the header tells.
 inline std::vector<stored_record> records_in(const std::string& file)
 {
     std::vector<stored_record> records;
     const auto end = static_cast<size_t>(load_i32(file.data() + 16));
-    const auto fields = static_cast<size_t>(load_i32(file.data() + 24));
-    for (size_t at = field_table_offset + fields; at < end;) {
-        const auto length = static_cast<size_t>(load_i32(file.data() + at + 4));
-        records.push_back({file[at], file.substr(at + frame_bytes, length)});
-        at += frame_bytes + length;
-    }
+    for (const auto& [offset, whole] : frames_in(file, end))
+        records.push_back({whole[0], whole.substr(frame_bytes)});
     return records;
 }
 

@@ -32,21 +32,16 @@ const shape shapes[] = {
     {"widest", std::vector<key_part>(16, {'s', 256}), 20},
 };
 
-template <class Number> std::string bytes(Number value)
-{
-    return {reinterpret_cast<const char*>(&value), sizeof value};
-}
-
 // One field behind the other, made from `number`: a larger one doesn't sort before.
 std::string record_of(const shape& of, int32_t number)
 {
     std::string made;
     for (const key_part& field : of.fields) {
         switch (field.type) {
-        case 'c': made += bytes(static_cast<uint8_t>(number / 4000)); break;
-        case 'h': made += bytes(static_cast<int16_t>(number / 100 - 30000)); break;
-        case 'd': made += bytes(number * of.step); break;
-        case 'l': made += bytes(number - 500000); break;
+        case 'c': made += support::raw(static_cast<uint8_t>(number / 4000)); break;
+        case 'h': made += support::raw(static_cast<int16_t>(number / 100 - 30000)); break;
+        case 'd': made += support::raw(number * of.step); break;
+        case 'l': made += support::raw(number - 500000); break;
         default:
             std::string text = std::to_string(100000 + number);
             text.resize(static_cast<size_t>(field.length));

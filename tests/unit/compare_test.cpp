@@ -13,19 +13,14 @@
 #include <vector>
 
 #include "core/tables.h"
+#include "tests/support/file_parts.h"
 #include "tests/support/model.h"
 
 namespace tarsil {
 namespace {
 
+using support::raw;
 using testing::ElementsAre;
-
-template <class number> std::string raw(number value)
-{
-    std::string bytes(sizeof value, '\0');
-    std::memcpy(bytes.data(), &value, sizeof value);
-    return bytes;
-}
 
 key_record key_of_fields(const std::vector<model::field>& fields)
 {

@@ -2,6 +2,7 @@
 #include "tests/unit/fault_sweep.h"
 
 #include "index/slots.h"
+#include "tests/support/stored_records.h"
 
 #include <algorithm>
 
@@ -328,13 +329,9 @@ void judge_half_purged(const failed_call& failed, const std::string& data)
 {
     if (failed.planned.how != sim::failure::error) return;
     const std::string& before = failed.run.before.at("d");
-    const auto first = static_cast<size_t>(28 + load_i32(before.data() + 20));
-    for (size_t at = first; at + 8 <= before.size();) {
-        const auto length = static_cast<size_t>(load_i32(before.data() + at + 4));
-        if (before[at] != mark_deleted) {
-            EXPECT_NE(data.find(before.substr(at, 8 + length)), std::string::npos) << "from " << at;
-        }
-        at += 8 + length;
+    for (const auto& [at, whole] : frames_in(before, before.size())) {
+        const bool is_there = data.find(whole) != std::string::npos;
+        EXPECT_TRUE(is_there || whole[0] == mark_deleted) << "from " << at;
     }
 }
 

@@ -98,7 +98,6 @@ private:
     void run_without_failure(reference& run);
     void fail(const failed_call& planned);
     void judge_files(const failed_call& failed, const file_images& files);
-    static std::map<size_t, std::string> live_records(const std::string& file, int32_t end_offset);
     static void judge_findings(leaves allowed, const found_files& found);
     void work_on(const file_images& files, int64_t damage);
     const found_files& find_in(const file_images& files, leaves allowed);

@@ -11,32 +11,13 @@ namespace {
 
 using support::all_modes;
 using support::define_key;
-using support::i32;
+using support::index_head;
+using support::key_block;
 using support::key_part;
 using support::mode;
 using support::with;
 
 constexpr char name[] = "keys.tsi";
-
-// A key record, and an empty leaf, as they stand in the file.
-std::string key_block(int32_t max_entries, int32_t node_bytes, int32_t key_bytes, int32_t root,
-                      const std::vector<key_part>& fields)
-{
-    std::string block = i32(max_entries) + i32(node_bytes) +
-                        i32(static_cast<int32_t>(fields.size())) + i32(key_bytes) + i32(root);
-    for (const key_part& each : fields)
-        block += std::string{each.type, 0, 0, 0} + i32(each.length) + i32(each.offset) + i32(0);
-    block.resize(276);
-    return block;
-}
-
-std::string empty_leaf(int32_t max_entries, size_t stride, size_t node_bytes)
-{
-    std::string node;
-    for (int32_t i = 0; i < max_entries; ++i) node += i32(-1) + std::string(stride - 4, '\0');
-    node.resize(node_bytes - 8);
-    return node + i32(0) + std::string{0, 0, 0, 'l'};
-}
 
 // Two small keys: 56 and 88 bytes a node. The second has no cursor.
 std::vector<key_definition> small_keys()
@@ -84,15 +65,14 @@ protected:
 
 TEST_F(IndexFiles, ANewFileIsExactlyThis)
 {
-    const std::vector<key_part> number = {{'l', 4, 4}};
-    const std::vector<key_part> name_and_number = {{'s', 30, 0}, {'i', 4, 77}};
-    const std::string expected = "*TSI" + i32(2) + key_block(682, 8192, 8, 2216, number) +
-                                 key_block(178, 8196, 38, 2216 + 8192, name_and_number) +
-                                 std::string(6 * 276, '\0') + empty_leaf(682, 12, 8192) +
-                                 empty_leaf(178, 42, 8196);
+    const support::key_shape number = {{{'l', 4, 4}}, 682};
+    const support::key_shape name_and_number = {{{'s', 30, 0}, {'i', 4, 77}}, 178};
+    const std::string expected =
+        index_head({key_block(number, 2216), key_block(name_and_number, 2216 + 8192)}) +
+        support::node(number, 'l', 0) + support::node(name_and_number, 'l', 0);
     for (const mode each : all_modes) {
         start_over(each);
-        ASSERT_EQ(create({define_key(0, number), define_key(0, name_and_number)}), 0);
+        ASSERT_EQ(create({define_key(0, number.parts), define_key(0, name_and_number.parts)}), 0);
         EXPECT_EQ(index_of(0, 0).end_offset, 2216 + 8192 + 8196);
         ASSERT_EQ(tsclosei32(0, 0), TS_OK);
         EXPECT_TRUE(sim::bytes(name) == expected);
@@ -103,7 +83,7 @@ TEST_F(IndexFiles, ANewFileIsExactlyThis)
     }
     EXPECT_EQ(tsclosei32(0, 0), TS_OK);
     ASSERT_EQ(tscrind32(0, "none.tsi", 0, nullptr), 0);
-    EXPECT_EQ(sim::bytes("none.tsi"), "*TSI" + i32(0) + std::string(2208, '\0'));
+    EXPECT_EQ(sim::bytes("none.tsi"), index_head({}));
     EXPECT_EQ(tsclosei32(0, 0), TS_OK);
     EXPECT_EQ(tsopeni32(0, "none.tsi", nullptr), 0);
     EXPECT_EQ(tsgeti32(0, 0, 0, "", nullptr, nullptr), TS_BAD_KEY_NUMBER);
@@ -325,7 +305,7 @@ TEST_F(IndexFiles, SharedReadingTakesOverWhatIsSound)
     sim::set_bytes(name,
                    with(with(whole, 8, 6), 12, 6 * 12 + 8)); // sound, and too large for the buffers
     EXPECT_EQ(refresh_root(id), TS_INDEX_BAD_KEY_RECORD);
-    const std::string two_fields = key_block(4, 4 * 16 + 8, 8, 2216, {{'h', 2, 0}, {'h', 2, 2}});
+    const std::string two_fields = key_block({{{'h', 2, 0}, {'h', 2, 2}}}, 2216);
     sim::set_bytes(name, std::string(whole).replace(8, two_fields.size(), two_fields));
     EXPECT_EQ(refresh_root(id), TS_INDEX_BAD_KEY_RECORD)
         << "entries of the same size, larger nodes";
