@@ -130,27 +130,6 @@ TEST_F(MultiUser, TheRowOfAFile)
     }
 }
 
-TEST_F(MultiUser, TheFilePositionStays)
-{
-    open_twice();
-    const platform::file_handle file = data_slots[0].file;
-    const auto position = [file] {
-        return platform::SetFilePointer(file, 0, platform::origin::current);
-    };
-    ASSERT_EQ(platform::SetFilePointer(file, 50, platform::origin::begin), 50U);
-    EXPECT_EQ(place(1000, 8), 1);
-    EXPECT_EQ(position(), 50U);
-    lock_position = 7;
-    EXPECT_EQ(place(at_file_position, 8), 1);
-    EXPECT_EQ(lock_position, 50);
-    lock_position = 7;
-    EXPECT_EQ(place(at_file_position, 4), 0);
-    EXPECT_EQ(lock_position, 50);
-    EXPECT_EQ(release(50, 8), 0);
-    EXPECT_EQ(release(1000, 8), 0);
-    EXPECT_EQ(position(), 50U);
-}
-
 TEST_F(MultiUser, APlaceThatAnotherPartysPurgeTookAwayIsPassedOver)
 {
     tsdelow32('y');
