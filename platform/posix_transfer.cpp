@@ -24,11 +24,6 @@ namespace {
 
 int64_t size_limit = 0;
 
-bool end_is_allowed(const open_file& entry, uint32_t bytes)
-{
-    return int64_t{entry.position} + bytes <= max_file_bytes || refuse(EFBIG);
-}
-
 // Counts a step of a transfer; `step` is what pread or pwrite answered, and it is above 0.
 void advance(open_file& entry, uint32_t& moved, ssize_t step)
 {
@@ -128,7 +123,7 @@ bool ReadFile(file_handle file, void* buffer, uint32_t bytes, uint32_t& moved)
     moved = 0;
     open_file* const entry = find_open(file);
     if (entry == nullptr) return refuse(EBADF);
-    if (!end_is_allowed(*entry, bytes)) return false;
+    if (int64_t{entry->position} + bytes > max_file_bytes) return refuse(EFBIG);
 
     if (entry->view.bytes != nullptr && read_view(*entry, buffer, bytes, moved)) return true;
     return read_by_calls(*entry, static_cast<uint8_t*>(buffer), bytes, moved);
@@ -139,7 +134,6 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
     moved = 0;
     open_file* const entry = find_open(file);
     if (entry == nullptr) return refuse(EBADF);
-    if (!end_is_allowed(*entry, bytes)) return false;
     if (!within_size_limit(int64_t{entry->position} + bytes)) return false;
 
     if (entry->view.bytes != nullptr && write_view(*entry, buffer, bytes, moved, wanted))

@@ -303,6 +303,7 @@ TEST_F(Platform, AReleaseUndoesExactlyOneLock)
     ASSERT_TRUE(LockFile(holder, 0, 4));
     ASSERT_TRUE(LockFile(holder, 4, 4));
     ASSERT_TRUE(LockFile(holder, 8, 4));
+    for (const int32_t offset : {0, 4, 8}) EXPECT_FALSE(LockFile(holder, offset, 1)) << offset;
 
     const int32_t never_placed[][2] = {{0, 8}, {0, 12}, {0, 3}, {1, 3},
                                        {2, 4}, {0, 5},  {0, 0}, {0, -4}};

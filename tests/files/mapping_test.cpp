@@ -2,6 +2,7 @@
 // what shows outside of the answers, and what must not show. The cases are the same for a platform
 // built without mappings, which has to give the same answers.
 #include "platform/platform.h"
+#include "tests/files/mapped_files.h"
 #include "tests/support/child_process.h"
 #include "tests/support/platform_files.h"
 #include "tests/support/refused_calls.h"
@@ -15,7 +16,6 @@
 #include <random>
 #include <sys/mman.h>
 #include <sys/syscall.h>
-#include <sys/sysmacros.h>
 #include <vector>
 
 namespace tarsil::platform {
@@ -26,55 +26,7 @@ using namespace support;
 constexpr size_t mib = 1 << 20;
 constexpr size_t step = mib / 4; // at most so much lies behind the end of an open file
 
-// By its device and number: a file that was created without a name shows none there.
-bool is_mapped(const std::string& name)
-{
-    struct stat facts = {};
-    if (stat(name.c_str(), &facts) != 0) return false;
-    char wanted[64];
-    std::snprintf(wanted, sizeof wanted, " %02x:%02x %ju ", major(facts.st_dev),
-                  minor(facts.st_dev), uintmax_t{facts.st_ino});
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        if ((line + ' ').find(wanted) != std::string::npos) return true;
-    }
-    return false;
-}
-
-uint32_t move(file_handle file, size_t place)
-{
-    return SetFilePointer(file, static_cast<int32_t>(place), origin::begin);
-}
-
-std::string get(file_handle file, size_t place, size_t bytes)
-{
-    std::string room(bytes, '?');
-    uint32_t moved = 0;
-    move(file, place);
-    if (!ReadFile(file, room.data(), static_cast<uint32_t>(bytes), moved)) return "failed";
-    return room.substr(0, moved);
-}
-
-bool put_at(file_handle file, size_t place, const std::string& bytes)
-{
-    move(file, place);
-    return put(file, bytes);
-}
-
-uint32_t end_of(file_handle file) { return SetFilePointer(file, 0, origin::end); }
-
-// Tests whose faults only a mapping has ask for one; elsewhere they can't say anything.
-class Mapping : public testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        const temp_folder folder;
-        const file_handle file = create_file(folder.file("a"), share::none);
-        // Where temporary files lie on a file system that isn't mapped, there is still this one.
-        if (is_built_to_map && !is_mapped(folder.file("a"))) setenv("TMPDIR", "/dev/shm", 1);
-        CloseHandle(file);
-    }
-};
+using Mapping = mapped_files;
 
 TEST_F(Mapping, AFileThatMayBeWrittenIsMappedWhileItIsOpen)
 {
@@ -170,9 +122,7 @@ TEST_F(Mapping, SharedFilesGrowAheadForWhatNobodyCountsYet)
     std::string model;
     const auto append = [&](file_handle file) {
         const std::string piece(997, static_cast<char>('a' + model.size() % 26));
-        uint32_t moved = 0;
-        move(file, model.size());
-        EXPECT_TRUE(WriteFile(file, piece.data(), 997, moved, care::not_counted_yet));
+        EXPECT_TRUE(put_at(file, model.size(), piece, care::not_counted_yet));
         model += piece;
     };
     for (size_t turn = 0; model.size() < mib + mib / 4; ++turn) {
@@ -327,11 +277,12 @@ void stand(void (*plain)(int), void (*full)(int, siginfo_t*, void*) = nullptr)
     sigaction(SIGBUS, &action, nullptr);
 }
 
-// A mapping of the test's own, with nothing behind it.
-char* bad_page(const temp_folder& folder)
+// A mapping of the test's own, with nothing behind it; at a low address or wherever there's room.
+char* bad_page(const temp_folder& folder, uintptr_t address = 0)
 {
     const int descriptor = ::open(folder.file("foreign").c_str(), O_RDWR | O_CREAT, 0600);
-    return static_cast<char*>(mmap(nullptr, 4096, PROT_READ, MAP_SHARED, descriptor, 0));
+    void* const place = reinterpret_cast<void*>(address);
+    return static_cast<char*>(mmap(place, 4096, PROT_READ, MAP_SHARED, descriptor, 0));
 }
 
 void meet_bus_error(const temp_folder& folder)
@@ -368,17 +319,22 @@ TEST_F(Mapping, BusErrorsOfOthersGoToWhomTheyWentBefore)
          },
          "who stood there before stands there in a forked child"},
         {true, [&] { return CloseHandle(0) && stands_there(answer_and_leave); }, "after the close"},
-        {is_built_to_map ? 100 : 0,
+        {is_built_to_map ? 200 : 0,
          [&] {
              open_file(name, share::none);
-             answered = 0;
              uint32_t moved = 0;
+             int64_t both = 0;
              put(0, std::string(4096, 'x'));
-             move(0, 0);
-             if (sigsetjmp(way_out, 1) == 0) WriteFile(0, bad_page(folder), 4096, moved);
-             return answered;
+             for (const uintptr_t address : {uintptr_t{0}, uintptr_t{1} << 28}) {
+                 answered = 0;
+                 move(0, 0);
+                 if (sigsetjmp(way_out, 1) == 0)
+                     WriteFile(0, bad_page(folder, address), 4096, moved);
+                 both += answered;
+             }
+             return both;
          },
-         "a fault in the caller's own bytes, in the midst of our copy"},
+         "faults in the caller's own bytes, in the midst of our copy"},
         {1,
          [&] {
              CloseHandle(0);
@@ -397,6 +353,12 @@ TEST_F(Mapping, BusErrorsOfOthersGoToWhomTheyWentBefore)
              return raise(SIGBUS);
          },
          "ignored"},
+        {true,
+         [&] {
+             stand(nullptr, answer_and_leave);
+             return CloseHandle(0) && stands_there(answer_and_leave);
+         },
+         "somebody who came later stands after the close, too"},
     });
 }
 

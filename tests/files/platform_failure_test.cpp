@@ -139,33 +139,51 @@ TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
     }
 }
 
+const refused_call no_holes = {SYS_fallocate, EOPNOTSUPP};
+
 // Nothing of a write across the limit is done; a file that grows ahead of its end stops there.
+void meet_size_limit(uint32_t bytes, share mode, care wanted)
+{
+    const temp_folder folder;
+    const std::string name = folder.file("a");
+    rlimit limit = {bytes, RLIM_INFINITY};
+    file_handle file = no_file;
+    const auto here = [&] { return SetFilePointer(file, 0, origin::current); };
+    expect_in_child({
+        {bytes / 1000 * 1000,
+         [&] {
+             setrlimit(RLIMIT_FSIZE, &limit);
+             file = create_file(name, mode);
+             while (put(file, std::string(1000, 'x'), wanted)) continue;
+             return here();
+         }},
+        {true, [&] { return put(file, std::string(bytes % 1000, 'y'), wanted); }, "up to it"},
+        {false, [&] { return put(file, "z", wanted); }, "across it"},
+        {true, [&] { return std::filesystem::file_size(name) <= bytes; }},
+        {bytes + 4,
+         [&] {
+             limit.rlim_cur += 1000;
+             setrlimit(RLIMIT_FSIZE, &limit);
+             return put(file, "more", wanted) ? here() : 0;
+         },
+         "where the refused write began, once the limit is raised"},
+        {false,
+         [&] {
+             limit.rlim_cur = 1000;
+             setrlimit(RLIMIT_FSIZE, &limit);
+             CloseHandle(file);
+             file = open_file(name);
+             return refuse_calls({no_holes}) && ZeroFileRange(file, 2000, 100);
+         },
+         "zeros that would have to be written beyond it"},
+    });
+}
+
 TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
 {
     for (const uint32_t bytes : {4096U, 2'100'500U}) {
-        const temp_folder folder;
-        rlimit limit = {bytes, RLIM_INFINITY};
-        file_handle file = no_file;
-        const auto end = [&] { return SetFilePointer(file, 0, origin::end); };
-        expect_in_child({
-            {bytes / 1000 * 1000,
-             [&] {
-                 setrlimit(RLIMIT_FSIZE, &limit);
-                 file = create_file(folder.file("a"), share::none);
-                 while (put(file, std::string(1000, 'x'))) continue;
-                 return end();
-             }},
-            {true, [&] { return put(file, std::string(bytes % 1000, 'y')); }, "up to it"},
-            {false, [&] { return put(file, "z"); }, "across it"},
-            {true, [&] { return std::filesystem::file_size(folder.file("a")) <= bytes; }},
-            {bytes + 4,
-             [&] {
-                 limit.rlim_cur += 1000;
-                 setrlimit(RLIMIT_FSIZE, &limit);
-                 return put(file, "more") ? end() : 0;
-             },
-             "where the refused write began, once the limit is raised"},
-        });
+        meet_size_limit(bytes, share::none, care::from_back);
+        meet_size_limit(bytes, share::read_write, care::not_counted_yet);
     }
 }
 
@@ -174,7 +192,6 @@ const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
 const refused_call no_proc_links = {SYS_linkat, ENOENT};
 const refused_call no_careful_rename = {SYS_renameat2, EINVAL};
 const refused_call no_folder_flush = {SYS_openat, EACCES, 2, O_DIRECTORY};
-const refused_call no_holes = {SYS_fallocate, EOPNOTSUPP};
 
 // 1 if all went as it should.
 int64_t work_without(const temp_folder& folder)

@@ -3,11 +3,11 @@
 // all; every other failure ends in a code, with all that was acknowledged in the file, all closed,
 // and nothing that couldn't be opened again.
 //
-// The functions below stand in front of those of the C library in this program, so that the very
-// objects of the product run. TARSIL32_FAULT_ROUNDS=1 lets every call fail, else one in so many.
+// TARSIL32_FAULT_ROUNDS=1 lets every call fail, else one in so many.
 #include "core/tables.h"
 #include "core/validators.h"
 #include "tarsil32_text.h"
+#include "tests/files/system_calls.h"
 #include "tests/support/checked.h"
 #include "tests/support/platform_files.h"
 #include "tests/support/settings.h"
@@ -16,143 +16,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstring>
 #include <dirent.h>
-#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-namespace {
-
-enum class system_call : uint8_t {
-    none,
-    read,
-    write,
-    lock,
-    flush,
-    facts,
-    open,
-    link,
-    map,
-    room,
-    cut
-};
-
-struct {
-    system_call kind = system_call::none;
-    uint64_t left = 0; // calls of the kind up to the one that fails
-    bool for_good = false;
-    int error = 0; // or 0: half of a transfer is done
-    uint64_t met = 0;
-} planned;
-
-bool is_met(system_call kind)
-{
-    if (planned.kind != kind || planned.left == 0) return false;
-    if (planned.left > 1) {
-        --planned.left;
-        return false;
-    }
-    if (!planned.for_good) planned.left = 0;
-    ++planned.met;
-    return true;
-}
-
-bool fails(system_call kind)
-{
-    if (!is_met(kind)) return false;
-    errno = planned.error;
-    return true;
-}
-
-// The bytes that a transfer may move; -1 for none.
-ssize_t granted(system_call kind, size_t bytes)
-{
-    if (!is_met(kind)) return static_cast<ssize_t>(bytes);
-    errno = planned.error;
-    return planned.error == 0 ? static_cast<ssize_t>((bytes + 1) / 2) : -1;
-}
-
-} // namespace
-
-extern "C" {
-
-ssize_t pread64(int file, void* buffer, size_t bytes, off64_t offset)
-{
-    const ssize_t wanted = granted(system_call::read, bytes);
-    return wanted < 0 ? -1 : syscall(SYS_pread64, file, buffer, wanted, offset);
-}
-
-ssize_t pwrite64(int file, const void* buffer, size_t bytes, off64_t offset)
-{
-    const ssize_t wanted = granted(system_call::write, bytes);
-    return wanted < 0 ? -1 : syscall(SYS_pwrite64, file, buffer, wanted, offset);
-}
-
-int fcntl64(int file, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    void* const argument = va_arg(arguments, void*);
-    va_end(arguments);
-    if (command == F_OFD_SETLK && fails(system_call::lock)) return -1;
-    return static_cast<int>(syscall(SYS_fcntl, file, command, argument));
-}
-
-int open64(const char* name, int flags, ...)
-{
-    va_list arguments;
-    va_start(arguments, flags);
-    const unsigned mode = va_arg(arguments, unsigned);
-    va_end(arguments);
-    if (fails(system_call::open)) return -1;
-    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, name, flags, mode));
-}
-
-int fsync(int file)
-{
-    return fails(system_call::flush) ? -1 : static_cast<int>(syscall(SYS_fsync, file));
-}
-
-int fdatasync(int file)
-{
-    return fails(system_call::flush) ? -1 : static_cast<int>(syscall(SYS_fdatasync, file));
-}
-
-int fstat64(int file, struct stat64* facts) noexcept
-{
-    return fails(system_call::facts) ? -1 : static_cast<int>(syscall(SYS_fstat, file, facts));
-}
-
-int linkat(int from, const char* old_name, int to, const char* name, int flags) noexcept
-{
-    if (fails(system_call::link)) return -1;
-    return static_cast<int>(syscall(SYS_linkat, from, old_name, to, name, flags));
-}
-
-void* mmap64(void* place, size_t bytes, int protection, int flags, int file, off64_t at) noexcept
-{
-    if (file >= 0 && fails(system_call::map)) return MAP_FAILED;
-    return reinterpret_cast<void*>(
-        syscall(SYS_mmap, place, bytes, protection, flags, file, at)); // NOLINT
-}
-
-int posix_fallocate64(int file, off64_t offset, off64_t bytes)
-{
-    if (fails(system_call::room)) return planned.error;
-    return syscall(SYS_fallocate, file, 0, offset, bytes) == 0 ? 0 : errno;
-}
-
-int ftruncate64(int file, off64_t bytes) noexcept
-{
-    return fails(system_call::cut) ? -1 : static_cast<int>(syscall(SYS_ftruncate, file, bytes));
-}
-}
 
 namespace tarsil {
 namespace {

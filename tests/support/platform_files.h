@@ -36,10 +36,10 @@ inline bool can_open(const std::string& name, share mode = share::read_write,
     return CloseHandle(open_file(name, mode, wanted));
 }
 
-inline bool put(file_handle file, const std::string& bytes)
+inline bool put(file_handle file, const std::string& bytes, care wanted = care::from_back)
 {
     uint32_t moved = 0;
-    return WriteFile(file, bytes.data(), static_cast<uint32_t>(bytes.size()), moved) &&
+    return WriteFile(file, bytes.data(), static_cast<uint32_t>(bytes.size()), moved, wanted) &&
            moved == bytes.size();
 }
 
