@@ -81,10 +81,7 @@ int64_t size_in_file_system(const open_file& entry)
 [[gnu::noinline]] bool is_zero_run(const uint8_t* place, size_t bytes)
 {
     const uint8_t* const end = place + std::min(bytes, zero_run_bytes);
-    uint64_t word = 0;
-    for (; end - place >= 8 && word == 0; place += 8) std::memcpy(&word, place, 8);
-    for (; place < end && word == 0; ++place) word = *place;
-    return word == 0;
+    return std::find_if(place, end, [](uint8_t byte) { return byte != 0; }) == end;
 }
 
 // Whether the bytes from `place` on are zeros to the end of its page; after many of them we don't
@@ -185,7 +182,8 @@ void copy_from_front(uint8_t* to, const uint8_t* buffer, size_t bytes)
     std::memcpy(to, buffer, bytes);
 }
 
-// As the place does of what is appended into a tail that growth, a purge or a kill has left.
+// As the place does of what is appended, behind the end or into a tail that a purge or a kill has
+// left.
 bool begins_with_zeros(const uint8_t* place, size_t bytes)
 {
     uint64_t first = 0;
@@ -193,14 +191,13 @@ bool begins_with_zeros(const uint8_t* place, size_t bytes)
     return first == 0;
 }
 
-bool copy_in(const open_file& entry, const uint8_t* buffer, size_t bytes, bool is_there,
-             care wanted)
+bool copy_in(const open_file& entry, const uint8_t* buffer, size_t bytes, care wanted)
 {
     uint8_t* const to = entry.view.bytes + entry.position;
     begin_guarded_copy(to, bytes);
     if (wanted == care::not_counted_yet && !entry.is_alone)
         copy_front_last(to, buffer, bytes);
-    else if (!is_there || (wanted != care::first_16_at_once && begins_with_zeros(to, bytes)))
+    else if (wanted != care::first_16_at_once && begins_with_zeros(to, bytes))
         copy_appended(to, buffer, bytes);
     else if (wanted == care::from_back)
         copy_from_back(to, buffer, bytes);
@@ -402,7 +399,7 @@ bool write_view(open_file& entry, const void* buffer, uint32_t bytes, uint32_t& 
     if (overwrites && !look_at_last(place + bytes - 1, may_be_cut)) return give_up(entry);
     if (may_be_cut && !has_known_size(entry)) return false;
     const uint8_t* const source = static_cast<const uint8_t*>(buffer);
-    if (!copy_in(entry, source, bytes, overwrites, wanted)) return give_up(entry);
+    if (!copy_in(entry, source, bytes, wanted)) return give_up(entry);
     view.was_stored_to = true;
     entry.position = static_cast<int32_t>(end);
     view.length = std::max(view.length, entry.position);
