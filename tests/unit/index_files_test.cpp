@@ -89,28 +89,23 @@ TEST_F(IndexFiles, ANewFileIsExactlyThis)
     EXPECT_EQ(tsgeti32(0, 0, 0, "", nullptr, nullptr), TS_BAD_KEY_NUMBER);
 }
 
-TEST_F(IndexFiles, AnOrderBecomesTheEntriesOfANode)
+// An even number of entries, as many as 8205 bytes hold, and four at least.
+TEST_F(IndexFiles, WithoutAnOrderANodeHasItsUsualSize)
 {
-    const auto strings = [](int count, int32_t length, int32_t last) {
-        std::vector<key_part> fields(static_cast<size_t>(count), {'s', length, 0});
-        fields.back().length = last;
-        return fields;
-    };
     const struct {
-        uint32_t order;
-        std::vector<key_part> fields;
+        size_t fields;
+        int32_t last;
         uint32_t max_entries;
         int32_t node_bytes;
     } cases[] = {
-        {0, {{'l'}}, 682, 8192},
-        {0, strings(6, 256, 59), 6, 6 * 1367 + 8},
-        {0, strings(6, 256, 60), 4, 4 * 1368 + 8},
-        {0, strings(16, 256, 256), 4, 16664},
-        {2, {{'c'}}, 4, 4 * 9 + 8},
-        {101, {{'d'}, {'H'}}, 202, 202 * 22 + 8},
+        {6, 59, 6, 6 * 1367 + 8},
+        {6, 60, 4, 4 * 1368 + 8},
+        {16, 256, 4, 16664},
     };
     for (const auto& each : cases) {
-        std::vector<key_definition> keys = {define_key(each.order, each.fields, 'Y')};
+        std::vector<key_part> fields(each.fields, {'s', 256, 0});
+        fields.back().length = each.last;
+        std::vector<key_definition> keys = {define_key(0, fields, 'Y')};
         ASSERT_EQ(tscrind32(0, name, 1, keys.data()), 0);
         EXPECT_EQ(keys[0].order, each.max_entries);
         EXPECT_EQ(keys[0].cursor, 'Y');

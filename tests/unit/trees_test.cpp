@@ -262,17 +262,9 @@ TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
 TEST_F(Tree, ACursorStandsOnRecordsAlone)
 {
     char record[4];
-    char packed[8];
     int32_t deleted = 0;
     int32_t number = 0;
     create(2);
-    EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
-    EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_WALK_NO_RECORDS);
-    EXPECT_EQ(tsgetipp32(0, 0, 0, "\0\0\0\1", 1, 0, record, &deleted), TS_CURSOR_NONE);
-    data_slots[0].header.record_count = 1; // but the tree has none
-    EXPECT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
-    EXPECT_EQ(tsgetli32(0, 0, 0, record, &deleted), TS_CURSOR_NONE);
-    data_slots[0].header.record_count = 0;
     for (int32_t value = 1; value < 15; ++value) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
     ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
     for (const int32_t link : {no_offset, 0, 27, INT32_MIN, 41}) {
@@ -286,14 +278,6 @@ TEST_F(Tree, ACursorStandsOnRecordsAlone)
         EXPECT_LE(slot().position, slot().key_record.max_entries);
     }
     EXPECT_EQ(tsgetci32(0, 0, 0, record, &deleted), TS_FRAME_READ_POSITION);
-    // The record has another number than its entry.
-    ASSERT_EQ(tsgetd32(0, 14, record, &deleted), TS_OK);
-    sim::set_bytes("d", support::with(sim::bytes("d"), 28 + 13 * 12 + 8, 99));
-    EXPECT_EQ(tsseti2d32(0, 0, 0, record, packed, &number), 1);
-    EXPECT_EQ(number, 14);
-    EXPECT_EQ(tssetd2i32(0, 0, 0, &number), TS_CURSOR_NONE);
-    data_slots[0].current_record = 0;
-    EXPECT_EQ(tsseti2d32(0, 0, 0, record, packed, &number), TS_NO_CURRENT_RECORD);
 
     ASSERT_EQ(tsclosei32(0, 0), TS_OK);
     const auto root = static_cast<size_t>(load_i32(bytes_at(sim::bytes("i"), 24)));
