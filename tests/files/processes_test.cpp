@@ -61,19 +61,7 @@ struct Processes : testing::Test {
     ledger* book = static_cast<ledger*>(
         mmap(nullptr, sizeof(ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     ~Processes() override { munmap(book, sizeof(ledger)); }
-
-    agreement terms(manner how = manner::locking, bool fixed = true, int64_t round = 0) const
-    {
-        return {folder.path(), how, fixed, static_cast<uint32_t>(seed() * 1000 + round), book};
-    }
 };
-
-void create_files(const agreement& terms)
-{
-    party first(terms, 0);
-    first.create();
-    first.close();
-}
 
 // --- Mixed work ---------------------------------------------------------------------------------
 
@@ -129,7 +117,9 @@ void expect_sound(const agreement& terms, const work_done& done)
 
 work_done four_at_work(const agreement& terms, int64_t operations)
 {
-    create_files(terms);
+    party first(terms, 0);
+    first.create();
+    first.close();
     crew all;
     for (int32_t own = 1; own <= 4; ++own)
         all.begin([&, own] {
@@ -152,7 +142,8 @@ TEST_F(Processes, FourAtMixedWorkLoseNothing)
                 SCOPED_TRACE(std::string(fixed ? "fixed" : "variable") + " length, round " +
                              std::to_string(round) + (how == manner::bare ? " without locks" : ""));
                 std::memset(static_cast<void*>(book), 0, sizeof *book);
-                const agreement agreed = terms(how, fixed, round);
+                const agreement agreed = {folder.path(), how, fixed,
+                                          static_cast<uint32_t>(seed() * 1000 + round), book};
                 expect_sound(agreed, four_at_work(agreed, operations));
                 for (const auto& file : std::filesystem::directory_iterator(folder.path()))
                     std::filesystem::remove(file);

@@ -193,7 +193,7 @@ shared_record party::look_alike()
 
 // A refused add has stored the record if it is the current one. With reuse the current record can
 // be another one by then, and the record may be added twice; the ledger then isn't asked.
-int32_t party::add(char duplicates)
+void party::add(char duplicates)
 {
     const shared_record record = make_record();
     const auto is_there = [&] {
@@ -206,10 +206,8 @@ int32_t party::add(char duplicates)
         ++told.half_adds;
         return int32_t{TS_OK};
     };
-    int32_t code = TS_OK;
     as_one_step([&] {
-        code = must(answer(call), "add", {TS_DUPLICATE_KEY});
-        if (code != TS_OK) return;
+        if (must(answer(call), "add", {TS_DUPLICATE_KEY}) != TS_OK) return;
         ++told.adds;
         agreed.book->of(record) = 1;
         if (reuse) return;
@@ -220,7 +218,6 @@ int32_t party::add(char duplicates)
         ensure(locking ? number == records + 1 : ++agreed.book->numbered[number] == 1,
                "two records of one number");
     });
-    return code;
 }
 
 // In a file of variable length one of the first, as it is walked to.
@@ -416,8 +413,7 @@ void party::one_operation()
     ++told.operations;
     if (chance < 1) return locking ? purge() : walk_all();
     if (chance < 5) return walk_all();
-    if (chance < 900 && records < 1000)
-        return static_cast<void>(add(random() % 16 == 0 ? 'n' : 'y'));
+    if (chance < 900 && records < 1000) return add(random() % 16 == 0 ? 'n' : 'y');
     if (chance < 2000) return change();
     if (chance < 2200) return read_by_number();
     if (chance < 3000 && locking) return as_one_step([&] { read(true); });

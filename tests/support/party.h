@@ -109,9 +109,7 @@ public:
     void close();
     void work(int64_t operations);
 
-    int32_t add(char duplicates = 'y');
     const work_done& done() const { return told; }
-    int32_t data() const { return d; }
 
 private:
     template <class Deed> void as_one_step(Deed&& deed);
@@ -121,6 +119,7 @@ private:
     int32_t by(index_reader call, size_t key);
     void one_operation();
     void take_facts();
+    void add(char duplicates);
     int32_t some_number();
     shared_record make_record();
     shared_record look_alike();
