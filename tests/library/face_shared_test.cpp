@@ -175,14 +175,15 @@ TEST_F(SharedFace, WalksGoOnAfterAnAddAndStopWhenAskedOrAfterAPurge)
 TEST_F(SharedFace, LocksKeepOthersOutNestAndGoWithTheirScope)
 {
     create(3);
-    // What is refused of a read of record 2, of another one, and of both by a key: a bit each.
+    // What is refused of reads of record 2, of the one behind it, and by a key of record 2 and of
+    // the one in front: a bit each.
     constexpr int32_t by_number_2 = 8, by_number = 4, by_key_2 = 2, by_key = 1;
     child_process other([&](const child_line& line) {
         const shared_files files(folder);
         for (int i = 0; i < 6; ++i)
             line.step([&] {
                 const status reads[] = {
-                    files.file.get(2, retry::never()), files.file.get(1, retry::never()),
+                    files.file.get(2, retry::never()), files.file.get(3, retry::never()),
                     files.find(20, retry::never()), files.find(10, retry::never())};
                 int32_t refused = 0;
                 for (const status& each : reads)
