@@ -15,7 +15,7 @@ using namespace support;
 
 using PlatformCalls = counted_calls;
 
-enum class act { read, write, write_first_16, append, append_again, clear };
+enum class act { read, write, write_first_16, append, append_again, append_behind_another, clear };
 
 // A file of 'x' with some zeros, and one transfer.
 struct transfer {
@@ -90,6 +90,7 @@ TEST_F(PlatformCalls, ATransferMakesThoseThatItNeeds)
         {shared, large, 0, 0, act::append, large, 100, "fLwf", "w"},
         {shared, large, 0, 0, act::append_again, large, 100, "", "w"},
         {shared, large, 0, 0, act::append_again, large, 5, "", "w"},
+        {shared, large, 0, 0, act::append_behind_another, large, 100, "f", "w"},
         {shared, large, 0, 0, act::append, large + 20000, 100, "fw", "w"},
     };
     for (const transfer& r : rows) {
@@ -99,8 +100,11 @@ TEST_F(PlatformCalls, ATransferMakesThoseThatItNeeds)
         model.replace(r.zeros, r.zeros_end - r.zeros, r.zeros_end - r.zeros, '\0');
         const file_handle file = file_of(folder.file("a"), r.mode, model);
         transfer next = r;
-        if (r.what == act::append_again) {
-            transfer_once(file, r, model);
+        if (r.what == act::append_again || r.what == act::append_behind_another) {
+            const bool by_another = r.what == act::append_behind_another;
+            const file_handle first = by_another ? open_file(folder.file("a")) : file;
+            transfer_once(first, r, model);
+            if (by_another) CloseHandle(first);
             next.place += r.bytes;
         }
         const std::string made = calls_of([&] { transfer_once(file, next, model); });

@@ -139,8 +139,6 @@ TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
     }
 }
 
-const refused_call no_holes = {SYS_fallocate, EOPNOTSUPP};
-
 // Nothing of a write across the limit is done; a file that grows ahead of its end stops there.
 void meet_size_limit(uint32_t bytes, share mode, care wanted)
 {
@@ -173,7 +171,7 @@ void meet_size_limit(uint32_t bytes, share mode, care wanted)
              setrlimit(RLIMIT_FSIZE, &limit);
              CloseHandle(file);
              file = open_file(name);
-             return refuse_calls({no_holes}) && ZeroFileRange(file, 2000, 100);
+             return refuse_calls({{SYS_fallocate, EOPNOTSUPP}}) && ZeroFileRange(file, 2000, 100);
          },
          "zeros that would have to be written beyond it"},
     });
@@ -187,52 +185,11 @@ TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
     }
 }
 
-// What some file systems and systems lack.
-const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
-const refused_call no_proc_links = {SYS_linkat, ENOENT};
-const refused_call no_careful_rename = {SYS_renameat2, EINVAL};
-const refused_call no_folder_flush = {SYS_openat, EACCES, 2, O_DIRECTORY};
-
-// 1 if all went as it should.
-int64_t work_without(const temp_folder& folder)
-{
-    const std::string name = folder.file("a");
-    const std::string taken = folder.file("taken");
-    if (create_file(taken) != no_file || file_bytes(taken) != "kept") return 2;
-    const file_handle file = create_file(name, share::none);
-    if (file == no_file || can_open(name) || create_file(name) != no_file) return 3;
-    if (!put(file, std::string(40000, 'x')) || !FlushFileBuffers(file)) return 4;
-    if (!ZeroFileRange(file, 1000, 38000) || !CloseHandle(file)) return 5;
-    return file_bytes(name) ==
-           std::string(1000, 'x') + std::string(38000, '\0') + std::string(1000, 'x');
-}
-
-constexpr const char* not_allowed = "this system doesn't let a process refuse calls to itself";
-
-TEST(PlatformFailures, WhatASystemLacksIsDoneAnotherWay)
-{
-    const std::vector<refused_call> lacks[] = {
-        {no_nameless},
-        {no_proc_links},
-        {no_nameless, no_careful_rename},
-        {no_proc_links, no_careful_rename, no_holes},
-        {no_nameless, no_folder_flush, no_holes},
-    };
-    for (const std::vector<refused_call>& calls : lacks) {
-        SCOPED_TRACE(&calls - lacks);
-        const temp_folder folder;
-        set_file_bytes(folder.file("taken"), "kept");
-        const auto refuse = [&] { return refuse_calls(calls); };
-        if (!expect_in_child(refuse, {{1, [&] { return work_without(folder); }}}))
-            GTEST_SKIP() << not_allowed;
-        EXPECT_EQ(names_in(folder.path()), 2U) << "no other name was left behind";
-    }
-}
-
 // Each row: what fails, and which flush of a handle notices: the first one alone has to flush the
 // name.
 TEST(PlatformFailures, AFlushNoticesTheFailureOfEachOfItsParts)
 {
+    const refused_call no_folder = {SYS_openat, EACCES, 2, O_DIRECTORY};
     const struct {
         std::vector<refused_call> calls;
         bool first;
@@ -240,7 +197,7 @@ TEST(PlatformFailures, AFlushNoticesTheFailureOfEachOfItsParts)
     } rows[] = {
         {{{SYS_fsync, EIO}}, false, false},
         {{{SYS_fdatasync, EIO}}, true, false},
-        {{no_folder_flush, {SYS_syncfs, EIO}}, false, false},
+        {{no_folder, {SYS_syncfs, EIO}}, false, false},
         {{{SYS_syncfs, EIO}}, true, true},
     };
     for (const auto& r : rows) {
@@ -253,26 +210,8 @@ TEST(PlatformFailures, AFlushNoticesTheFailureOfEachOfItsParts)
         };
         const auto flush = [&] { return FlushFileBuffers(file); };
         if (!expect_in_child(begin, {{r.first, flush}, {r.second, flush}}))
-            GTEST_SKIP() << not_allowed;
+            GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
     }
-}
-
-TEST(PlatformFailures, LocksThatTheSystemCannotGiveAreRefusals)
-{
-    const temp_folder folder;
-    const std::string name = folder.file("a");
-    set_file_bytes(name, "abc");
-    file_handle file = no_file;
-    const auto begin = [&] {
-        file = open_file(name);
-        return refuse_calls({{SYS_fcntl, ENOLCK, 1, F_OFD_SETLK}});
-    };
-    if (!expect_in_child(begin, {{false, [&] { return LockFile(file, 0, 1); }},
-                                 {false, [&] { return can_open(name); }},
-                                 {no_file, [&] { return create_file(folder.file("b")); }}}))
-        GTEST_SKIP() << not_allowed;
-    EXPECT_EQ(names_in(folder.path()), 1U) << "a file that can't be locked is not left behind";
-    EXPECT_EQ(file_bytes(name), "abc");
 }
 
 } // namespace

@@ -110,6 +110,7 @@ const failed_call failed_calls[] = {
     {close_it, alone, large + 100, {kind::facts, 1, false, EIO}, true, "fTlc", "lc"},
     {flush, alone, 1000, {kind::flush, 2, false, EINVAL}, true, "s/oscS", "s/oscS"},
     {flush, alone, 1000, {kind::flush, 2, false, EIO}, false, "s/osc", "s/osc"},
+    {flush, alone, 1000, {kind::open, 1, false, EACCES}, true, "s/oS", "s/oS"},
     {flush, alone, 1000, {kind::name_of, 1, false, EIO}, true, "s/S", "s/S"},
     {go_behind_end, alone, 1000, {kind::facts, 1, true, EIO}, invalid_position, "ff", "f"},
     {across, alone, page - 5, {kind::facts, 1, true, EIO}, true, "a", "fw"},
@@ -242,58 +243,50 @@ TEST_F(PlatformOutage, AKillFindsTheStoresInTheirOrder)
 TEST_F(PlatformOutage, ACreationTakesTheNextWay)
 {
     const refused_call no_nameless = {SYS_openat, EOPNOTSUPP, 2, O_TMPFILE};
+    const refused_call no_careful_rename = {SYS_renameat2, EINVAL};
     const refused_call no_new_names = {SYS_openat, EEXIST, 2, O_EXCL};
     const refused_call no_facts_of_names = {SYS_newfstatat, ENOENT};
+    const planned_failure no_locks = {kind::lock, 1, true, ENOLCK, 0};
     const std::string all_names_taken = "L" + std::string(66, 'o');
     const struct {
         std::vector<refused_call> lacks;
         planned_failure failure;
-        int error; // or 0
+        bool is_taken; // the name, by a file of somebody else
+        int error;     // or 0
         std::string calls;
         size_t left; // names in the folder
     } rows[] = {
-        {{}, {kind::link, 1, false, EEXIST, 0}, EEXIST, "Loflkc", 0},
-        {{}, {kind::link, 1, false, EIO, 0}, 0, "Loflkcofle", 1},
-        {{no_nameless}, {}, 0, "Loofle", 1},
-        {{no_nameless}, {kind::open, 2, false, EEXIST, 0}, 0, "Looofle", 1},
-        {{no_nameless}, {kind::open, 2, false, EACCES, 0}, 0, "Looofl", 1},
-        {{no_nameless}, {kind::open, 2, true, EACCES, 0}, EACCES, "Looo", 0},
-        {{no_nameless}, {kind::rename, 1, false, EEXIST, 0}, EEXIST, "Loofleuc", 0},
-        {{no_nameless}, {kind::rename, 1, false, EINVAL, 0}, 0, "Loofleucofl", 1},
-        {{no_nameless},
-         {kind::lock, 1, true, ENOLCK, 0},
-         ENOLCK,
-         "Loofluc"
-         "oflfnuc",
-         0},
-        {{no_nameless, no_facts_of_names},
-         {kind::lock, 1, true, ENOLCK, 0},
-         ENOLCK,
-         "Loofluc"
-         "oflfnc",
-         1},
-        {{no_nameless, no_new_names}, {}, EEXIST, all_names_taken, 0},
+        {{}, {}, true, EEXIST, "Loflkc", 1},
+        {{}, {kind::link, 1, false, EIO, 0}, false, 0, "Loflkcofle", 1},
+        {{no_nameless}, {}, false, 0, "Loofle", 1},
+        {{no_nameless}, {}, true, EEXIST, "Loofleuc", 1},
+        {{no_nameless}, {kind::open, 2, false, EEXIST, 0}, false, 0, "Looofle", 1},
+        {{no_nameless}, {kind::open, 2, false, EACCES, 0}, false, 0, "Looofl", 1},
+        {{no_nameless}, {kind::open, 2, true, EACCES, 0}, false, EACCES, "Looo", 0},
+        {{no_nameless, no_careful_rename}, {}, false, 0, "Loofleucofl", 1},
+        {{no_nameless, no_careful_rename}, {}, true, EEXIST, "Loofleuco", 1},
+        {{no_nameless}, no_locks, false, ENOLCK, "Looflucoflfnuc", 0},
+        {{no_nameless, no_facts_of_names}, no_locks, false, ENOLCK, "Looflucoflfnc", 1},
+        {{no_nameless, no_new_names}, {}, false, EEXIST, all_names_taken, 0},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.calls);
         const temp_folder folder;
         const std::string name = folder.file("a");
-        file_handle file = no_file;
-        const std::vector<child_step> steps = {
-            {true,
-             [&] {
-                 planned = r.failure;
-                 const std::string made = calls_of([&] { file = create_file(name); });
-                 const bool mapped = is_built_to_map && r.error == 0;
-                 return made == r.calls + (mapped ? "dfm" : "");
-             },
-             "calls"},
-            {r.error == 0, [&] { return file != no_file; }},
-            {r.error, [&] { return r.error == 0 ? 0 : GetLastError(); }},
+        if (r.is_taken) set_file_bytes(name, "kept");
+        const auto create = [&] {
+            planned = r.failure;
+            file_handle file = no_file;
+            const std::string made = calls_of([&] { file = create_file(name, alone); });
+            const uint32_t error = GetLastError();
+            const bool mapped = is_built_to_map && r.error == 0;
+            if (made != r.calls + (mapped ? "dfm" : "")) return -1;
+            return file == no_file ? static_cast<int>(error) : 0;
         };
-        if (!expect_in_child([&] { return refuse_calls(r.lacks); }, steps))
+        if (!expect_in_child([&] { return refuse_calls(r.lacks); }, {{r.error, create}}))
             GTEST_SKIP() << "this system doesn't let a process refuse calls to itself";
         EXPECT_EQ(names_in(folder.path()), r.left);
+        if (r.is_taken) { EXPECT_EQ(file_bytes(name), "kept"); }
     }
 }
 
