@@ -2,8 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "tarsil32.hpp"
 #include "tests/support/temp_folder.h"
 
@@ -196,6 +194,12 @@ TEST_F(Face, UpdatesInPlaceOrMovesAndSaysWhatHalfWasDone)
     EXPECT_TRUE(key.erase(key.pack("CH", "Bern")));
     EXPECT_EQ(key.erase(key.pack("CH", "Bern")).code(), TS_DELETE_FOUND_DELETED);
     EXPECT_TRUE(key.undelete_current());
+    EXPECT_TRUE(key.erase_current());
+    EXPECT_TRUE(key.undelete(key.pack("CH", "Bern")));
+
+    EXPECT_EQ(*file.update_current(file.first()->bytes), updated::in_place);
+    EXPECT_TRUE(file.erase_current());
+    EXPECT_TRUE(file.undelete_current());
 
     const status again = file.add(bytes_of(bern));
     EXPECT_EQ(again.code(), TS_DUPLICATE_KEY);
@@ -235,6 +239,7 @@ TEST_F(Face, BuildsAndReopensIndexesWithoutTouchingDefinitions)
     ASSERT_TRUE(names.close());
     ASSERT_TRUE(file.close());
 
+    EXPECT_TRUE(library::is_there(path("towns.dat")));
     file = *library_().open(path("towns.dat"));
     built = *file.open_index(path("second.idx"), {cursor::none});
     EXPECT_EQ(built.key_count(), 3);
@@ -371,7 +376,7 @@ TEST_F(Face, AnswersMisuseWithReadableErrors)
 
     const key_definition beyond = *layout::packed({{"far", 's', 200}}).key({"far"});
     EXPECT_EQ(file.create_index(path("far.idx"), {&beyond, 1}).code(), face::bad_layout);
-    EXPECT_FALSE(std::filesystem::exists(path("far.idx")));
+    EXPECT_FALSE(library::is_there(path("far.idx")));
 }
 
 TEST_F(Face, StopsAWalkWhoseCursorTheLoopMoves)
