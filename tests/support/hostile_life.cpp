@@ -90,7 +90,7 @@ void make_own_record(life& of, int32_t length)
 bool can_be_length(int32_t length) { return length > 0 && length <= longest_own_record; }
 
 // An update in a file of variable length needs the length that is stored.
-template <typename Call> int32_t update(life& of, Call call)
+template <class Call, class... Name> int32_t update(life& of, Call call, Name... name)
 {
     int32_t length = own_length(of);
     int32_t stored = 0;
@@ -99,7 +99,8 @@ template <typename Call> int32_t update(life& of, Call call)
         length = can_be_length(stored) ? stored : 0;
     if (length == 0) return TS_OK;
     make_own_record(of, length);
-    return call(length);
+    return call(of.data, name..., of.record.data(), length, &of.deleted, of.scratch.data(),
+                of.mode());
 }
 
 int32_t add(life& of, char duplicates)
@@ -166,48 +167,50 @@ int32_t open_again(life& of)
 
 using made_call = int32_t (*)(life&);
 
-#define DATA_READ(name) [](life& of) { return name(of.data, of.record.data(), &of.deleted); }
-#define KEY_READ(name) \
-    [](life& of) { return name(of.data, of.index, of.key(), of.record.data(), &of.deleted); }
-#define LEADING_READ(name)                                                                    \
-    [](life& of) {                                                                            \
-        return name(of.data, of.index, of.key(), of.value.data(), of.first % 5, of.first / 8, \
-                    of.record.data(), &of.deleted);                                           \
-    }
-#define BY_NUMBER(name) [](life& of) { return name(of.data, of.record_number()); }
-#define BY_VALUE(name) [](life& of) { return name(of.data, of.index, of.key(), of.value.data()); }
-#define BY_CURSOR(name) [](life& of) { return name(of.data, of.index, of.key()); }
-#define UPDATE(name, ...)                                                                          \
-    [](life& of) {                                                                                 \
-        return update(of, [&](int32_t length) {                                                    \
-            return name(of.data __VA_OPT__(, ) __VA_ARGS__, of.record.data(), length, &of.deleted, \
-                        of.scratch.data(), of.mode());                                             \
-        });                                                                                        \
-    }
+template <auto read> int32_t in_file(life& of)
+{
+    return read(of.data, of.record.data(), &of.deleted);
+}
+template <auto read> int32_t by_key(life& of)
+{
+    return read(of.data, of.index, of.key(), of.record.data(), &of.deleted);
+}
+template <auto search> int32_t by_part(life& of)
+{
+    return search(of.data, of.index, of.key(), of.value.data(), of.first % 5, of.first / 8,
+                  of.record.data(), &of.deleted);
+}
+template <auto call> int32_t by_number(life& of) { return call(of.data, of.record_number()); }
+template <auto call> int32_t at_current(life& of) { return call(of.data); }
+template <auto call> int32_t by_value(life& of)
+{
+    return call(of.data, of.index, of.key(), of.value.data());
+}
+template <auto call> int32_t at_cursor(life& of) { return call(of.data, of.index, of.key()); }
 
 constexpr made_call reads[] = {
     [](life& of) { return tsgetd32(of.data, of.record_number(), of.record.data(), &of.deleted); },
-    DATA_READ(tsgetfd32),
-    DATA_READ(tsgetld32),
-    DATA_READ(tsgetnd32),
-    DATA_READ(tsgetnd32),
-    DATA_READ(tsgetpd32),
-    DATA_READ(tsgetcd32),
+    in_file<tsgetfd32>,
+    in_file<tsgetld32>,
+    in_file<tsgetnd32>,
+    in_file<tsgetnd32>,
+    in_file<tsgetpd32>,
+    in_file<tsgetcd32>,
     read_measured,
     read_facts,
-    KEY_READ(tsgetfi32),
-    KEY_READ(tsgetli32),
-    KEY_READ(tsgetni32),
-    KEY_READ(tsgetni32),
-    KEY_READ(tsgetpi32),
-    KEY_READ(tsgetpi32),
-    KEY_READ(tsgetci32),
+    by_key<tsgetfi32>,
+    by_key<tsgetli32>,
+    by_key<tsgetni32>,
+    by_key<tsgetni32>,
+    by_key<tsgetpi32>,
+    by_key<tsgetpi32>,
+    by_key<tsgetci32>,
     [](life& of) {
         return tsgeti32(of.data, of.index, of.key(), of.value.data(), of.record.data(),
                         &of.deleted);
     },
-    LEADING_READ(tsgetip32),
-    LEADING_READ(tsgetipp32),
+    by_part<tsgetip32>,
+    by_part<tsgetipp32>,
     [](life& of) { return tssetd2i32(of.data, of.index, of.key(), &of.number); },
     [](life& of) {
         of.value = buffer(of.value.size() + 4, 0); // a packed key ends with a record's offset
@@ -221,36 +224,28 @@ constexpr made_call changes[] = {
     [](life& of) { return add(of, 'y'); },
     [](life& of) { return add(of, 'n'); },
     [](life& of) { return add(of, of.letter()); },
-    BY_NUMBER(tsdeld32),
-    [](life& of) { return tsdelcd32(of.data); },
-    BY_VALUE(tsdeli32),
-    BY_CURSOR(tsdelci32),
-    BY_NUMBER(tsundeld32),
-    [](life& of) { return tsudelcd32(of.data); },
-    BY_VALUE(tsundeli32),
-    BY_CURSOR(tsudelci32),
-    UPDATE(tsupd32, of.record_number()),
-    UPDATE(tsupcd32),
-    UPDATE(tsupi32, of.index, of.key(), of.value.data()),
-    UPDATE(tsupci32, of.index, of.key()),
+    by_number<tsdeld32>,
+    at_current<tsdelcd32>,
+    by_value<tsdeli32>,
+    at_cursor<tsdelci32>,
+    by_number<tsundeld32>,
+    at_current<tsudelcd32>,
+    by_value<tsundeli32>,
+    at_cursor<tsudelci32>,
+    [](life& of) { return update(of, tsupd32, of.record_number()); },
+    [](life& of) { return update(of, tsupcd32); },
+    [](life& of) { return update(of, tsupi32, of.index, of.key(), of.value.data()); },
+    [](life& of) { return update(of, tsupci32, of.index, of.key()); },
     build_index,
     [](life& of) { return tspurge32(of.data, of.record.data(), &of.number); },
     rebuild,
-    [](life& of) { return tslockd32(of.data); },
-    [](life& of) { return tsulockd32(of.data); },
-    BY_NUMBER(tslockdr32),
-    BY_NUMBER(tsulckdr32),
+    at_current<tslockd32>,
+    at_current<tsulockd32>,
+    by_number<tslockdr32>,
+    by_number<tsulckdr32>,
     [](life& of) { return tslocki32(of.data, of.index); },
     [](life& of) { return tsulocki32(of.data, of.index); },
 };
-
-#undef DATA_READ
-#undef KEY_READ
-#undef LEADING_READ
-#undef BY_NUMBER
-#undef BY_VALUE
-#undef BY_CURSOR
-#undef UPDATE
 
 void make_room(life& of)
 {

@@ -212,6 +212,10 @@ protected:
         EXPECT_EQ(data.header.record_count, expected.header.record_count) << met;
         if (!read_anew) { EXPECT_EQ(data.header.deleted_count, expected.header.deleted_count); }
         EXPECT_EQ(data.header.end_offset, expected.header.end_offset) << met;
+        if (met == storing && how_->taken != slot::second_noted) {
+            EXPECT_EQ(data.current_record, before_.current_record);
+            EXPECT_EQ(data.current_offset, before_.current_offset);
+        }
         if (met == checking) { EXPECT_EQ(data.reuse_offset, before_.reuse_offset); }
         if (met == choosing) { EXPECT_GE(data.reuse_offset, before_.reuse_offset); }
         if (met >= counting && how_->taken == slot::first_noted) {
