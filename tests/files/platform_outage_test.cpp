@@ -265,6 +265,7 @@ TEST_F(PlatformOutage, ACreationTakesTheNextWay)
         {{no_nameless}, {kind::open, 2, true, EACCES, 0}, false, EACCES, "Looo", 0},
         {{no_nameless, no_careful_rename}, {}, false, 0, "Loofleucofl", 1},
         {{no_nameless, no_careful_rename}, {}, true, EEXIST, "Loofleuco", 1},
+        {{}, no_locks, false, ENOLCK, "Loflcoflucoflfnuc", 0},
         {{no_nameless}, no_locks, false, ENOLCK, "Looflucoflfnuc", 0},
         {{no_nameless, no_facts_of_names}, no_locks, false, ENOLCK, "Looflucoflfnc", 1},
         {{no_nameless, no_new_names}, {}, false, EEXIST, all_names_taken, 0},
