@@ -101,7 +101,7 @@ outcome open_all(const check_options& options, const common_options& common, che
     return {};
 }
 
-// Half a record at the end of the file is all that the checker sees as a matter for salvage and
+// Half a record behind the last one is all that the checker sees as a matter for salvage and
 // `tarsil repair` can mend.
 void choose_remedy(checked_files& files)
 {

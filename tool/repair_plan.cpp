@@ -40,23 +40,32 @@ int32_t length_of_all(const repair_plan& plan)
     return told >= 1 ? told : TS_VARIABLE_LENGTH;
 }
 
-// Is what lies behind the last whole record the front of one more, and nothing else? A header that
-// tells records behind it, within the file, says no.
-bool is_half_record(check::file_bytes& bytes, const repair_plan& plan)
+// Does what follows the last whole record begin like one more, without the length of a whole one?
+bool begins_record(check::file_bytes& bytes, const repair_plan& plan)
 {
-    const int64_t from = plan.found.end;
-    const int64_t left = bytes.size() - from;
-    const int64_t told_end = plan.before.header.end_offset;
-    if (told_end > from && told_end <= bytes.size()) return false;
+    const int64_t left = bytes.size() - plan.found.end;
     const int32_t length = length_of_all(plan);
     const bool is_fixed = length >= 1;
     if (is_fixed && left >= int64_t{frame_bytes} + length) return false;
-    const check::byte_span frame = bytes.at(from, frame_bytes);
-    if (!frame.empty()) {
-        const int32_t told = load_i32(frame.data() + offsetof(record_frame, length));
-        if (told < 1 || (is_fixed && told != length)) return false;
-    }
-    frame_scanner scanner(bytes, {.record_length = length, .first = from});
+    const check::byte_span frame = bytes.at(plan.found.end, frame_bytes);
+    if (frame.empty()) return true;
+    const int32_t told = load_i32(frame.data() + offsetof(record_frame, length));
+    return told >= 1 && (!is_fixed || told == length);
+}
+
+// Is what lies behind the last whole record no more than half a record, so that it can be cut off?
+// Where the header tells the same end and the same number of records, it can begin with anything:
+// a killed add beside others leaves a body without a length, and zeros behind it, which nobody
+// counts and the next add would overwrite. A header that tells records behind it, within the file,
+// says no.
+bool is_half_record(check::file_bytes& bytes, const repair_plan& plan)
+{
+    const int64_t from = plan.found.end;
+    const data_header& told = plan.before.header;
+    if (told.end_offset > from && told.end_offset <= bytes.size()) return false;
+    const bool is_counted = told.end_offset == from && told.record_count == plan.found.records;
+    if (!is_counted && !begins_record(bytes, plan)) return false;
+    frame_scanner scanner(bytes, {.record_length = length_of_all(plan), .first = from});
     return scanner.find_chain(from + 1) == bytes.size();
 }
 

@@ -22,6 +22,17 @@ a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
 a.dat: 39 bytes of half a record cut off at 2004
 a.dat: the header made anew: 49 records, 2 of them deleted; it told 30 and 0
 
+# A body without a length behind the end that the header tells, as a killed add beside others leaves it, and a deletion
+# that wasn't counted: cut off only where the header tells as many records as there are.
+$ { cat good; printf '\0\0\0\0\0\0\0\0\63\0\0\0text%90s' x; } > a.dat; printf '\1' | dd of=a.dat bs=1 seek=8 conv=notrunc 2> dd.txt
+> tarsil check a.dat | tail -1; tarsil repair a.dat | grep -v INDEX; cmp a.dat good
+To mend it: tarsil repair a.dat
+a.dat: 106 bytes of half a record cut off at 2044
+a.dat: the header made anew: 50 records, 2 of them deleted; it told 50 and 1
+$ { cat good; printf '\0\0\0\0\0\0\0\0\63\0\0\0text%90s' x; } > a.dat; printf '\61' | dd of=a.dat bs=1 seek=4 conv=notrunc 2> dd.txt
+! tarsil repair a.dat
+tarsil: repair: a.dat: from 2044 on there are no whole records, and more follows than half a one; nothing was changed: `tarsil salvage a.dat NEW` saves what can be read
+
 # Index files that no longer fit are told.
 $ head -c 2015 good > a.dat; tarsil repair a.dat a.idx --json | tr -d ' \n'
 {"file":"a.dat","needed":true,"repaired":true,"cut_at":2004,"cut_bytes":11,"before":{"records":50,"deleted":2,"record_length":32,"end":2044},"found":{"records":49,"deleted":2,"record_length":32,"end":2004},"reindex":["a.idx"]}
