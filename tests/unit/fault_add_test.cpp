@@ -178,7 +178,7 @@ protected:
         constexpr slot slots[] = {slot::end_of_file, slot::first_noted, slot::second_noted,
                                   slot::none_fits};
         for (const char duplicates : {'n', 'y'}) {
-            for (const int32_t records : {7, 8, 12}) {
+            for (const int32_t records : {7, 8, 10, 12}) {
                 for (const slot taken : slots) {
                     if (indexes == 0 && taken > slot::first_noted) continue;
                     sweep_shape({indexes, keys, duplicates, taken, records, false, number});
