@@ -24,10 +24,10 @@ namespace tarsil {
 
 // The header bracket of the data file and the whole-file bracket of the index, together. In
 // single-user mode both operations do nothing. Destroying it ends the bracket too, so that every
-// way out does.
+// way out does, and in the same order: the last member goes first.
 struct index_bracket {
-    held_range header;
     held_range index;
+    held_range header;
 };
 
 // TS_OK with both ranges held by this bracket or covered; or TS_CURSOR_FILE_CHANGED, a lock code, a

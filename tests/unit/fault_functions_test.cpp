@@ -4,6 +4,7 @@
 #include "index/index_format.h"
 #include "index/slots.h"
 #include "tests/support/settings.h"
+#include "tests/unit/bracket_courses.h"
 #include "tests/unit/fault_sweep.h"
 
 #include <algorithm>
@@ -355,7 +356,13 @@ protected:
     data_slot before_;
     data_slot at_end_; // of the run without failures
 
-    void look_at_reference(const reference&) override { at_end_ = data_slots[0]; }
+    void look_at_reference(const reference& run) override
+    {
+        at_end_ = data_slots[0];
+        if (run.in_mode == mode::shared) {
+            EXPECT_EQ(course_of(run.sites), expected_course(run.work));
+        }
+    }
 
     void look_at_state(const failed_call& failed) override
     {
