@@ -8,7 +8,6 @@
 
 #include "check/report_text.h"
 #include "tests/support/checked.h"
-#include "tests/support/stored_records.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,9 +1,8 @@
 // What the platform does when one call of the system fails: it tells, or goes another way; and what
 // a kill finds where stores have been cut. Rows name the calls that are made by the letters of
 // tests/files/system_calls.h, in their order.
-#include "tests/files/counted_calls.h"
+#include "tests/files/mapped_files.h"
 #include "tests/support/child_process.h"
-#include "tests/support/refused_calls.h"
 
 #include <cerrno>
 #include <csignal>
@@ -39,6 +38,13 @@ int64_t close_it(file_handle& file, const std::string&)
 }
 
 int64_t flush(file_handle& file, const std::string&) { return FlushFileBuffers(file); }
+
+// The folder can't be had to be flushed, and so all of the disk is.
+int64_t flush_all(file_handle& file, const std::string& name)
+{
+    std::filesystem::remove_all(std::filesystem::path(name).parent_path());
+    return FlushFileBuffers(file);
+}
 
 int64_t go_behind_end(file_handle& file, const std::string&)
 {
@@ -88,7 +94,7 @@ int64_t ask(file_handle& file, const std::string& name)
     return (file = open_file(name, alone, access::read_only)) != no_file;
 }
 
-int64_t open_again(file_handle& file, const std::string& name)
+int64_t reopen(file_handle& file, const std::string& name)
 {
     CloseHandle(file);
     calls_made.clear();
@@ -108,10 +114,13 @@ const failed_call failed_calls[] = {
     {close_it, alone, large + 100, {kind::cut, 1, false, EINTR}, true, "fttTlc", "lc"},
     {close_it, alone, large + 100, {kind::cut, 1, false, EIO}, !is_built_to_map, "ftTlc", "lc"},
     {close_it, alone, large + 100, {kind::facts, 1, false, EIO}, true, "fTlc", "lc"},
+    {flush, alone, 1000, {kind::flush, 1, false, EIO}, false, "s", "s"},
     {flush, alone, 1000, {kind::flush, 2, false, EINVAL}, true, "s/oscS", "s/oscS"},
     {flush, alone, 1000, {kind::flush, 2, false, EIO}, false, "s/osc", "s/osc"},
     {flush, alone, 1000, {kind::open, 1, false, EACCES}, true, "s/oS", "s/oS"},
     {flush, alone, 1000, {kind::name_of, 1, false, EIO}, true, "s/S", "s/S"},
+    {flush_all, alone, 1000, {}, true, "s/oS", "s/oS"},
+    {flush_all, alone, 1000, {kind::flush_all, 1, false, EIO}, false, "s/oS", "s/oS"},
     {go_behind_end, alone, 1000, {kind::facts, 1, true, EIO}, invalid_position, "ff", "f"},
     {across, alone, page - 5, {kind::facts, 1, true, EIO}, true, "a", "fw"},
     {across, alone, page - 5, {kind::room, 1, true, ENOSPC}, true, "afftw", "ftw"},
@@ -127,24 +136,12 @@ const failed_call failed_calls[] = {
     {read_on, shared, 1000, {kind::facts, 1, false, 0}, true, "ffrr", "rr"},
     {read_beyond, shared, 1000, {kind::facts, 1, false, 0}, true, "fr", "r"},
     {ask, alone, 1000, {kind::question, 1, false, ENOLCK}, false, "Lofqc", "Lofqc"},
-    {open_again, alone, 1000, {kind::facts, 1, false, EIO}, false, "Lofc", "Lofc"},
-    {open_again, alone, 1000, {kind::facts, 2, false, EIO}, true, "Loflfcoflfndfm", "Loflfcoflfn"},
-    {open_again, alone, 1000, {kind::facts, 3, false, EIO}, true, "Loflfndf", "Loflfn"},
-    {open_again,
-     alone,
-     1000,
-     {kind::facts_of_name, 1, false, ENOENT},
-     true,
-     "Loflfncoflfndfm",
-     "Loflfncoflfn"},
-    {open_again,
-     alone,
-     1000,
-     {kind::facts_of_name, 1, true, EAGAIN},
-     false,
-     "Loflfncoflfnc",
-     "Loflfncoflfnc"},
-    {open_again, alone, 1000, {kind::limit, 1, true, EPERM}, true, "Loflfndfm", "Loflfn"},
+    {reopen, alone, 1000, {kind::facts, 1, false, EIO}, false, "Lofc", "Lofc"},
+    {reopen, alone, 1000, {kind::facts, 2, false, EIO}, true, "Loflfcoflfndfm", "Loflfcoflfn"},
+    {reopen, alone, 1000, {kind::facts, 3, false, EIO}, true, "Loflfndf", "Loflfn"},
+    {reopen, alone, 99, {kind::by_name, 1, false, ENOENT}, true, "Loflfncoflfndfm", "Loflfncoflfn"},
+    {reopen, alone, 99, {kind::by_name, 1, true, EAGAIN}, false, "Loflfncoflfnc", "Loflfncoflfnc"},
+    {reopen, alone, 1000, {kind::limit, 1, true, EPERM}, true, "Loflfndfm", "Loflfn"},
     {remove_it, alone, 1000, {kind::remove, 1, false, EACCES}, false, "oflfnulc", "oflfnulc"},
 };
 

@@ -6,7 +6,6 @@
 #include "tests/support/file_parts.h"
 #include "tests/support/party.h"
 #include "tests/support/settings.h"
-#include "tests/support/stored_records.h"
 #include "tests/support/temp_folder.h"
 
 #include <algorithm>

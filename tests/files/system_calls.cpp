@@ -39,9 +39,10 @@ ssize_t granted(system_call kind, size_t bytes)
     return planned.error == 0 ? static_cast<ssize_t>((bytes + 1) / 2) : -1;
 }
 
-template <class... Arguments> long call(system_call kind, long number, Arguments... arguments)
+template <class Answer = int, class... Arguments>
+Answer call(system_call kind, long number, Arguments... arguments)
 {
-    if (!is_met(kind)) return syscall(number, arguments...);
+    if (!is_met(kind)) return static_cast<Answer>(syscall(number, arguments...));
     errno = planned.error;
     return -1;
 }
@@ -75,7 +76,7 @@ int fcntl64(int file, int command, ...)
     va_start(arguments, command);
     const auto rest = va_arg(arguments, void*);
     va_end(arguments);
-    return static_cast<int>(call(kind_of_control(command), SYS_fcntl, file, command, rest));
+    return call(kind_of_control(command), SYS_fcntl, file, command, rest);
 }
 
 int open64(const char* name, int flags, ...)
@@ -84,19 +85,16 @@ int open64(const char* name, int flags, ...)
     va_start(arguments, flags);
     const auto rest = va_arg(arguments, unsigned);
     va_end(arguments);
-    return static_cast<int>(call(system_call::open, SYS_openat, AT_FDCWD, name, flags, rest));
+    return call(system_call::open, SYS_openat, AT_FDCWD, name, flags, rest);
 }
 
-int close(int file) { return static_cast<int>(call(system_call::close, SYS_close, file)); }
+int close(int file) { return call(system_call::close, SYS_close, file); }
 
-int fsync(int file) { return static_cast<int>(call(system_call::flush, SYS_fsync, file)); }
+int fsync(int file) { return call(system_call::flush, SYS_fsync, file); }
 
-int fdatasync(int file) { return static_cast<int>(call(system_call::flush, SYS_fdatasync, file)); }
+int fdatasync(int file) { return call(system_call::flush, SYS_fdatasync, file); }
 
-int syncfs(int file) noexcept
-{
-    return static_cast<int>(call(system_call::flush_all, SYS_syncfs, file));
-}
+int syncfs(int file) noexcept { return call(system_call::flush_all, SYS_syncfs, file); }
 
 int fstat64(int file, struct stat64* facts) noexcept
 {
@@ -110,43 +108,41 @@ int fstat64(int file, struct stat64* facts) noexcept
 
 int stat64(const char* name, struct stat64* facts) noexcept
 {
-    return static_cast<int>(
-        call(system_call::facts_of_name, SYS_newfstatat, AT_FDCWD, name, facts, 0));
+    return call(system_call::by_name, SYS_newfstatat, AT_FDCWD, name, facts, 0);
 }
 
 int fstatfs64(int file, struct statfs64* facts) noexcept
 {
-    const long answer = call(system_call::facts_of_disk, SYS_fstatfs, file, facts);
+    const int answer = call(system_call::facts_of_disk, SYS_fstatfs, file, facts);
     if (file_system_kind != 0) facts->f_type = file_system_kind;
     return static_cast<int>(answer);
 }
 
 int linkat(int from, const char* old_name, int to, const char* name, int flags) noexcept
 {
-    return static_cast<int>(call(system_call::link, SYS_linkat, from, old_name, to, name, flags));
+    return call(system_call::link, SYS_linkat, from, old_name, to, name, flags);
 }
 
 ssize_t readlink(const char* link, char* name, size_t bytes) noexcept
 {
-    return call(system_call::name_of, SYS_readlinkat, AT_FDCWD, link, name, bytes);
+    return call<ssize_t>(system_call::name_of, SYS_readlinkat, AT_FDCWD, link, name, bytes);
 }
 
 int renameat2(int from, const char* old_name, int to, const char* name, unsigned flags) noexcept
 {
-    return static_cast<int>(
-        call(system_call::rename, SYS_renameat2, from, old_name, to, name, flags));
+    return call(system_call::rename, SYS_renameat2, from, old_name, to, name, flags);
 }
 
 int unlink(const char* name) noexcept
 {
-    return static_cast<int>(call(system_call::remove, SYS_unlinkat, AT_FDCWD, name, 0));
+    return call(system_call::remove, SYS_unlinkat, AT_FDCWD, name, 0);
 }
 
 void* mmap64(void* place, size_t bytes, int protection, int flags, int file, off64_t at) noexcept
 {
     const system_call kind = file >= 0 ? system_call::map : system_call::none;
     return reinterpret_cast<void*>( // NOLINT
-        call(kind, SYS_mmap, place, bytes, protection, flags, file, at));
+        call<long>(kind, SYS_mmap, place, bytes, protection, flags, file, at));
 }
 
 int posix_fallocate64(int file, off64_t offset, off64_t bytes)
@@ -159,21 +155,21 @@ int posix_fallocate64(int file, off64_t offset, off64_t bytes)
 
 int fallocate64(int file, int mode, off64_t offset, off64_t bytes)
 {
-    return static_cast<int>(call(system_call::hole, SYS_fallocate, file, mode, offset, bytes));
+    return call(system_call::hole, SYS_fallocate, file, mode, offset, bytes);
 }
 
 int ftruncate64(int file, off64_t bytes) noexcept
 {
-    return static_cast<int>(call(system_call::cut, SYS_ftruncate, file, bytes));
+    return call(system_call::cut, SYS_ftruncate, file, bytes);
 }
 
 int futimens(int file, const struct timespec times[2]) noexcept
 {
-    return static_cast<int>(call(system_call::time, SYS_utimensat, file, nullptr, times, 0));
+    return call(system_call::time, SYS_utimensat, file, nullptr, times, 0);
 }
 
 int getrlimit64(__rlimit_resource_t resource, struct rlimit64* limit) noexcept
 {
-    return static_cast<int>(call(system_call::limit, SYS_prlimit64, 0, resource, nullptr, limit));
+    return call(system_call::limit, SYS_prlimit64, 0, resource, nullptr, limit);
 }
 }

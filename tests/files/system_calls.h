@@ -18,7 +18,7 @@ enum class system_call : char {
     flush = 's',
     flush_all = 'S',
     facts = 'f',
-    facts_of_name = 'n',
+    by_name = 'n', // the facts of a name
     facts_of_disk = 'd',
     open = 'o',
     raise = '^', // a descriptor above the standard streams
@@ -39,8 +39,7 @@ struct planned_failure {
     system_call kind = system_call::none;
     uint64_t left = 0; // calls of the kind up to the one that fails
     bool for_good = false;
-    int error =
-        0; // or 0: half of a transfer is done, or of the room made; a size is told too large
+    int error = 0; // or 0: half of a transfer or of room is made; a size is told too large
     uint64_t met = 0;
 };
 

@@ -17,7 +17,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <functional>
 #include <gtest/gtest.h>
 
@@ -86,15 +85,6 @@ int32_t work(const temp_folder& folder, run& done)
         if (code < 0) return code;
     }
     return TS_OK;
-}
-
-size_t open_descriptors()
-{
-    DIR* const folder = opendir("/proc/self/fd");
-    size_t count = 0;
-    while (readdir(folder) != nullptr) ++count;
-    closedir(folder);
-    return count;
 }
 
 void let_go()
@@ -194,7 +184,7 @@ TEST(SystemFaults, EveryCallInEveryModeFails)
         const bool through = mode % 2 == 1;
         const run whole = run_in(shared, through);
         ASSERT_EQ(whole.code, TS_OK);
-        const size_t descriptors = open_descriptors();
+        const size_t descriptors = names_in("/proc/self/fd");
         for (size_t i = 0; i < std::size(rows); ++i) {
             const row& r = rows[i];
             for (const bool for_good : {false, true}) {
@@ -209,7 +199,7 @@ TEST(SystemFaults, EveryCallInEveryModeFails)
                     if (planned.met == 0) break;
                     ++failures[i];
                     judge(done);
-                    EXPECT_EQ(open_descriptors(), descriptors);
+                    EXPECT_EQ(names_in("/proc/self/fd"), descriptors);
                     if (r.shows) continue;
                     EXPECT_EQ(done.code, TS_OK);
                     EXPECT_TRUE(done.data == whole.data && done.index == whole.index);

@@ -263,14 +263,14 @@ TEST_F(Face, BuildsAndReopensIndexesWithoutTouchingDefinitions)
 // Bodies whose ends look like the background of the probe, and one beyond its first reach.
 std::vector<std::string> bodies()
 {
-    std::vector<std::string> made = {"a",
-                                     std::string("b\0\0\0", 4),
-                                     std::string("c\xFF\xFF", 3),
-                                     "d" + std::string(5000, '\0'),
-                                     "e" + std::string(300, '\xFF'),
-                                     "f" + std::string(255, 'x'),
-                                     "g" + std::string(256, 'y')};
-    return made;
+    using text = std::string;
+    return {"a",
+            text("b\0\0\0", 4),
+            text("c\xFF\xFF", 3),
+            "d" + text(5000, '\0'),
+            "e" + text(300, '\xFF'),
+            "f" + text(255, 'x'),
+            "g" + text(256, 'y')};
 }
 
 std::string text_of(const record& one)

@@ -3,6 +3,8 @@
 // is plain bookkeeping.
 #include "tests/sim/sim.h"
 
+#include "tests/support/file_parts.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -31,7 +33,6 @@ struct held_bytes {
 
 struct file_body {
     std::string content;
-    bool may_be_written = true;
     int opens_alone = 0;
     int opens_shared = 0;
     std::vector<held_bytes> held;
@@ -114,10 +115,10 @@ bool end(const sim::logged& call)
     return call.done;
 }
 
-bool end(call kind, const open_entry* entry, int64_t offset, int64_t length, bool done)
+bool end(call kind, const open_entry* entry, int64_t offset, int64_t length, bool done,
+         origin from = origin::begin)
 {
-    return end(
-        {kind, entry == nullptr ? "" : entry->name, offset, length, origin::begin, done, {}});
+    return end({kind, entry == nullptr ? "" : entry->name, offset, length, from, done, {}});
 }
 
 open_entry* find_open(file_handle file)
@@ -166,7 +167,6 @@ file_handle open_or_create(const char* name, access wanted_access, share wanted_
         world.files[name] = file;
     }
     if (!file || !may_share(*file, wanted_share)) return no_file;
-    if (writing && !file->may_be_written) return no_file;
     return add_open(file, name, wanted_access, wanted_share);
 }
 
@@ -180,13 +180,6 @@ void release_all(open_entry& entry, file_handle file)
 int64_t size_of(const open_entry& entry)
 {
     return static_cast<int64_t>(entry.file->content.size());
-}
-
-void put_bytes(std::string& content, int32_t offset, const std::string& bytes)
-{
-    const size_t start = static_cast<size_t>(offset);
-    if (content.size() < start + bytes.size()) content.resize(start + bytes.size());
-    content.replace(start, bytes.size(), bytes);
 }
 
 bool is_error(const std::optional<sim::fault>& met) { return met && met->how == failure::error; }
@@ -217,17 +210,16 @@ bool CloseHandle(file_handle file)
     const bool fails = begin(call::close).has_value();
     open_entry* const entry = find_open(file);
     if (entry == nullptr && file != no_file) ++world.stray_closes;
-    const std::string name = entry == nullptr ? "" : entry->name;
-    const bool done = entry != nullptr && !fails;
+    const bool done = end(call::close, entry, 0, 0, entry != nullptr && !fails);
     if (entry != nullptr) release_all(*entry, file);
-    return end({call::close, name, 0, 0, origin::begin, done, {}});
+    return done;
 }
 
 bool DeleteFileA(const char* name)
 {
     const bool fails = begin(call::remove).has_value();
     const std::shared_ptr<file_body> file = name == nullptr ? nullptr : find_file(name);
-    const bool done = !fails && file && file->may_be_written && may_share(*file, share::none);
+    const bool done = !fails && file && may_share(*file, share::none);
     if (done) world.files.erase(name);
     return end({call::remove, name == nullptr ? "" : name, 0, 0, origin::begin, done, {}});
 }
@@ -259,7 +251,8 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
 
     moved = granted(met, bytes);
     if (moved > 0)
-        put_bytes(entry->file->content, entry->position, {static_cast<const char*>(buffer), moved});
+        support::overwrite(entry->file->content, static_cast<size_t>(offset),
+                           {static_cast<const char*>(buffer), moved});
     entry->position += static_cast<int32_t>(moved);
     return end({call::write, entry->name, offset, bytes, origin::begin, !is_error(met),
                 world.recording ? std::string(static_cast<const char*>(buffer), moved) : ""});
@@ -289,9 +282,7 @@ uint32_t SetFilePointer(file_handle file, int32_t distance, origin from)
     if (entry != nullptr && from == origin::end) place = size_of(*entry);
     place += distance;
     const bool possible = entry != nullptr && place >= 0 && place <= max_file_bytes;
-    const std::string name = entry == nullptr ? "" : entry->name;
-    if (!end({call::position, name, place, 0, from, possible && !fails, {}}))
-        return invalid_position;
+    if (!end(call::position, entry, place, 0, possible && !fails, from)) return invalid_position;
     entry->position = static_cast<int32_t>(place);
     return static_cast<uint32_t>(place);
 }
@@ -391,19 +382,8 @@ uint64_t calls()
 uint64_t calls(call kind) { return world.calls[static_cast<size_t>(kind)]; }
 void count_afresh() { std::fill(std::begin(world.calls), std::end(world.calls), 0); }
 
-size_t open_handles()
-{
-    const auto is_open = [](const open_entry& entry) { return entry.file != nullptr; };
-    return static_cast<size_t>(std::count_if(world.opens.begin(), world.opens.end(), is_open));
-}
-
-size_t held_ranges()
-{
-    size_t count = 0;
-    for (const auto& [name, file] : world.files) count += file->held.size();
-    return count;
-}
-
+size_t open_handles() { return open_files().size(); }
+size_t held_ranges() { return ranges().size(); }
 size_t live_blocks() { return world.blocks.size(); }
 
 std::vector<std::string> open_files()
@@ -442,20 +422,12 @@ std::string bytes(const std::string& name)
     return file ? file->content : std::string();
 }
 
-size_t size(const std::string& name)
-{
-    const std::shared_ptr<file_body> file = find_file(name);
-    return file ? file->content.size() : 0;
-}
-
 void set_bytes(const std::string& name, const std::string& content)
 {
     std::shared_ptr<file_body>& file = world.files[name];
     if (!file) file = std::make_shared<file_body>();
     file->content = content;
 }
-
-void forbid_writing(const std::string& name) { world.files.at(name)->may_be_written = false; }
 
 void offer_looks(bool offered) { world.looks_are_offered = offered; }
 

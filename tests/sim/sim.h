@@ -99,9 +99,7 @@ std::vector<range> ranges();
 std::map<std::string, std::string> files();
 bool exists(const std::string& name);
 std::string bytes(const std::string& name);
-size_t size(const std::string& name);
 void set_bytes(const std::string& name, const std::string& content);
-void forbid_writing(const std::string& name);
 
 // Whether the platform offers looks at files, as it does at first; else all goes by reads.
 void offer_looks(bool offered);

@@ -15,13 +15,17 @@
 // it ends after its lambda, without a word and without destructors of what it shares.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -90,13 +94,13 @@ public:
     }
     ~child_process()
     {
-        if (id_ > 0) kill();
+        if (id_ > 0) ::kill(id_, SIGKILL);
+        if (id_ > 0) waitpid(id_, nullptr, 0);
         close(socket_);
     }
     child_process(const child_process&) = delete;
     child_process& operator=(const child_process&) = delete;
 
-    pid_t id() const { return id_; }
     child_line line() const { return child_line(socket_); }
 
     // Lets the child do its next step and gives the answer.
@@ -104,13 +108,6 @@ public:
     {
         line().send(0);
         return line().receive();
-    }
-
-    void kill()
-    {
-        ::kill(id_, SIGKILL);
-        waitpid(id_, nullptr, 0);
-        id_ = -1;
     }
 
     // Waits for the end of the child and gives its wait status: 0 if it went through its lambda.
@@ -174,6 +171,42 @@ inline bool expect_in_child(const std::function<bool()>& begin,
 inline void expect_in_child(const std::vector<child_step>& steps)
 {
     expect_in_child([] { return true; }, steps);
+}
+
+// Lets the kernel refuse system calls of this process with a number of our choice, from now on and
+// for good: for children, to reach what the library does where a file system or a system lacks
+// something. A call is refused whenever its number fits and, if a mask is given, all bits of that
+// mask are set in the argument named.
+struct refused_call {
+    long number;
+    int error;
+    uint32_t argument = 0;
+    uint32_t mask = 0;
+};
+
+// False where the kernel doesn't let us.
+inline bool refuse_calls(const std::vector<refused_call>& calls)
+{
+    const auto load = [](size_t from) {
+        return sock_filter{BPF_LD | BPF_W | BPF_ABS, 0, 0, static_cast<uint32_t>(from)};
+    };
+    std::vector<sock_filter> program;
+    for (const refused_call& call : calls) {
+        // The low half of an argument, on the machines that we run on (little-endian).
+        const size_t argument = offsetof(seccomp_data, args) + 8 * size_t{call.argument};
+        const uint32_t answer = SECCOMP_RET_ERRNO | static_cast<uint32_t>(call.error);
+        program.push_back(load(offsetof(seccomp_data, nr)));
+        program.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 4, static_cast<uint32_t>(call.number)});
+        program.push_back(load(argument));
+        program.push_back({BPF_ALU | BPF_AND | BPF_K, 0, 0, call.mask});
+        program.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call.mask});
+        program.push_back({BPF_RET | BPF_K, 0, 0, answer});
+    }
+    program.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
+
+    sock_fprog whole = {static_cast<unsigned short>(program.size()), program.data()};
+    if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
+    return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &whole) == 0;
 }
 
 } // namespace tarsil::support

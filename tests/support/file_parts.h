@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarsil::support {
@@ -22,6 +23,13 @@ template <class Number> std::string i32(Number value) { return raw(static_cast<i
 inline std::string with(std::string file, size_t offset, int32_t value)
 {
     return file.replace(offset, 4, i32(value));
+}
+
+// Puts bytes over those of a file, or behind them.
+inline void overwrite(std::string& file, size_t at, std::string_view bytes)
+{
+    if (file.size() < at + bytes.size()) file.resize(at + bytes.size());
+    file.replace(at, bytes.size(), bytes);
 }
 
 inline std::string frame(const std::string& body, char mark = ' ')

@@ -54,7 +54,7 @@ int32_t record_length(const life& of)
 size_t room(const life& of)
 {
     const int64_t length = record_length(of);
-    const int64_t bytes = static_cast<int64_t>(sim::size(data_name));
+    const int64_t bytes = static_cast<int64_t>(sim::bytes(data_name).size());
     const int64_t most = length > 0 ? std::min(length, bytes) : bytes;
     return static_cast<size_t>(std::max<int64_t>(most, 1));
 }
@@ -152,7 +152,7 @@ int32_t rebuild(life& of)
 {
     const int32_t closed = tsclosed32(of.data);
     if (closed != TS_OK) return closed;
-    of.record = buffer(sim::size(data_name), 0);
+    of.record = buffer(sim::bytes(data_name).size(), 0);
     of.data = tsrbdbh32(data_name, of.record.data());
     return open_index(of, "ynyynyyn");
 }

@@ -23,12 +23,20 @@ enum class mode : uint8_t { single, write_through, shared, shared_write_through 
 inline constexpr mode all_modes[] = {mode::single, mode::write_through, mode::shared,
                                      mode::shared_write_through};
 
+inline bool is_shared_mode(mode in_mode)
+{
+    return in_mode == mode::shared || in_mode == mode::shared_write_through;
+}
+
+inline bool writes_through(mode in_mode)
+{
+    return in_mode == mode::write_through || in_mode == mode::shared_write_through;
+}
+
 inline void switch_to(mode wanted)
 {
-    const bool shared = wanted == mode::shared || wanted == mode::shared_write_through;
-    const bool through = wanted == mode::write_through || wanted == mode::shared_write_through;
-    if (shared) { ASSERT_EQ(tsmuser32('y'), TS_OK); }
-    ASSERT_EQ(tsautoup32(through ? 'y' : 'n'), TS_OK);
+    if (is_shared_mode(wanted)) { ASSERT_EQ(tsmuser32('y'), TS_OK); }
+    ASSERT_EQ(tsautoup32(writes_through(wanted) ? 'y' : 'n'), TS_OK);
 }
 
 class Library : public testing::Test {

@@ -8,43 +8,34 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-static void step(void)
+/* Gives the call back, so that it stands where it is made. */
+static long step(long call)
 {
     static long left = 0;
     const char* const told = getenv("TOOL_STUMBLE");
-    if (told == NULL) return;
+    if (told == NULL) return call;
     if (left == 0) left = atol(told);
     if (--left == 0) kill(getpid(), SIGKILL);
+    return call;
 }
 
 int renameat2(int from_folder, const char* from, int to_folder, const char* to, unsigned flags)
 {
-    step();
-    return (int)syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
+    return (int)syscall(step(SYS_renameat2), from_folder, from, to_folder, to, flags);
 }
 
 int rename(const char* from, const char* to) { return renameat2(AT_FDCWD, from, AT_FDCWD, to, 0); }
 
 int linkat(int from_folder, const char* from, int to_folder, const char* to, int flags)
 {
-    step();
-    return (int)syscall(SYS_linkat, from_folder, from, to_folder, to, flags);
+    return (int)syscall(step(SYS_linkat), from_folder, from, to_folder, to, flags);
 }
 
-int unlink(const char* name)
-{
-    step();
-    return (int)syscall(SYS_unlinkat, AT_FDCWD, name, 0);
-}
+int unlink(const char* name) { return (int)syscall(step(SYS_unlinkat), AT_FDCWD, name, 0); }
 
-int fsync(int descriptor)
-{
-    step();
-    return (int)syscall(SYS_fsync, descriptor);
-}
+int fsync(int descriptor) { return (int)syscall(step(SYS_fsync), descriptor); }
 
 int ftruncate(int descriptor, off_t length)
 {
-    step();
-    return (int)syscall(SYS_ftruncate, descriptor, length);
+    return (int)syscall(step(SYS_ftruncate), descriptor, length);
 }

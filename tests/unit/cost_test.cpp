@@ -153,9 +153,8 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     EXPECT_LE(sim::calls(sim::call::write), 3U);
     EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
 
-    std::string bytes = sim::bytes("d");
-    bytes.replace(4, 4, i32(11)); // somebody else takes the last record out
-    sim::set_bytes("d", bytes);
+    // Somebody else takes the last record out.
+    sim::set_bytes("d", support::with(sim::bytes("d"), 4, 11));
     ASSERT_EQ(lock(), 2);
     EXPECT_EQ(tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4), TS_OK);
     EXPECT_EQ(told[0], 11);

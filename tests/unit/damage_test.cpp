@@ -53,16 +53,10 @@ void hurt(hostile_files& files, const place& where, size_t how)
     int32_t right = 0;
     std::memcpy(&right, file.data() + where.offset, where.bytes);
     const auto near = static_cast<int64_t>(right);
-    const int64_t values[hurts] = {0,
-                                   1,
-                                   -1,
-                                   INT_MAX,
-                                   INT_MIN,
-                                   near + 1,
-                                   near - 1,
-                                   near * 2,
-                                   static_cast<int64_t>(files.data.size()),
-                                   static_cast<int64_t>(files.index.size())};
+    const auto data_end = static_cast<int64_t>(files.data.size());
+    const auto index_end = static_cast<int64_t>(files.index.size());
+    const int64_t values[hurts] = {0,        1,        -1,       INT_MAX,  INT_MIN,
+                                   near + 1, near - 1, near * 2, data_end, index_end};
     const auto value = static_cast<int32_t>(values[how]);
     std::memcpy(file.data() + where.offset, &value, where.bytes);
 }

@@ -2,7 +2,6 @@
 #include "check/report_text.h"
 #include "index/slots.h"
 #include "tests/support/checked.h"
-#include "tests/support/stored_records.h"
 #include "tests/unit/fault_sweep.h"
 
 namespace tarsil::support {

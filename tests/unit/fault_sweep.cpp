@@ -2,7 +2,7 @@
 #include "tests/unit/fault_sweep.h"
 
 #include "index/slots.h"
-#include "tests/support/stored_records.h"
+#include "tests/support/checked.h"
 
 #include <algorithm>
 
@@ -10,16 +10,6 @@ namespace tarsil::support {
 namespace {
 
 using sim::call;
-
-bool is_shared_mode(mode in_mode)
-{
-    return in_mode == mode::shared || in_mode == mode::shared_write_through;
-}
-
-bool writes_through(mode in_mode)
-{
-    return in_mode == mode::write_through || in_mode == mode::shared_write_through;
-}
 
 std::string describe(const sim::logged& call)
 {
@@ -62,10 +52,8 @@ void apply(file_images& files, const sim::logged& done, size_t missing_bytes = 0
     if (done.kind == call::zero)
         std::fill_n(files[done.file].begin() + done.offset, done.length, '\0');
     if (done.kind != call::write) return;
-    std::string& file = files[done.file];
-    const size_t bytes = done.written.size() - missing_bytes;
-    if (file.size() < offset + bytes) file.resize(offset + bytes);
-    file.replace(offset, bytes, done.written, 0, bytes);
+    const std::string_view written = done.written;
+    overwrite(files[done.file], offset, written.substr(0, written.size() - missing_bytes));
 }
 
 using ranges = std::set<sim::range>;

@@ -9,13 +9,7 @@
 namespace tarsil {
 namespace {
 
-using support::all_modes;
-using support::define_key;
-using support::index_head;
-using support::key_block;
-using support::key_part;
-using support::mode;
-using support::with;
+using namespace support;
 
 constexpr char name[] = "keys.tsi";
 
@@ -25,8 +19,7 @@ std::vector<key_definition> small_keys()
     return {define_key(2, {{'l'}}), define_key(2, {{'l'}, {'s', 4, 4}}, 'n')};
 }
 
-class IndexFiles : public support::Library {
-protected:
+struct IndexFiles : Library {
     void SetUp() override
     {
         Library::SetUp();
@@ -65,11 +58,11 @@ protected:
 
 TEST_F(IndexFiles, ANewFileIsExactlyThis)
 {
-    const support::key_shape number = {{{'l', 4, 4}}, 682};
-    const support::key_shape name_and_number = {{{'s', 30, 0}, {'i', 4, 77}}, 178};
-    const std::string expected =
-        index_head({key_block(number, 2216), key_block(name_and_number, 2216 + 8192)}) +
-        support::node(number, 'l', 0) + support::node(name_and_number, 'l', 0);
+    const key_shape number = {{{'l', 4, 4}}, 682};
+    const key_shape name_and_number = {{{'s', 30, 0}, {'i', 4, 77}}, 178};
+    const std::string expected = index_head({key_block(number, 2216),
+                                             key_block(name_and_number, 2216 + 8192)}) +
+                                 node(number, 'l', 0) + node(name_and_number, 'l', 0);
     for (const mode each : all_modes) {
         start_over(each);
         ASSERT_EQ(create({define_key(0, number.parts), define_key(0, name_and_number.parts)}), 0);

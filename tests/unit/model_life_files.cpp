@@ -180,9 +180,12 @@ void life::set_options()
 void life::lock()
 {
     if (!shared) {
-        same(TS_DATA_LOCK_SINGLE_USER, tslockd32(d), "the code");
-        same(TS_RECORD_LOCK_SINGLE_USER, tslockdr32(d, 1), "the code");
-        same(TS_UNLOCK_ALL_SINGLE_USER, tsulalld32(d), "the code");
+        const int32_t any = make.below(11) - 1; // the mode is told first
+        same(TS_DATA_LOCK_SINGLE_USER, tslockd32(any), "the code");
+        same(TS_RECORD_LOCK_SINGLE_USER, tslockdr32(any, 1), "the code");
+        same(TS_INDEX_LOCK_SINGLE_USER, tslocki32(any, 0), "the code");
+        same(any == d ? TS_UNLOCK_ALL_SINGLE_USER : TS_BAD_DATA_HANDLE,
+             tsulalld32(any == d ? d : -1), "the code");
         return;
     }
     if (make.happens(40)) return release_all();
@@ -357,11 +360,10 @@ void life::rebuild()
     close_all();
     enter_mode();
     std::string bytes = sim::bytes("data");
-    const auto spoil = [&](size_t at, uint32_t value) {
-        bytes.replace(at, 4, reinterpret_cast<const char*>(&value), 4);
-    };
-    for (const size_t at : {4U, 8U, 16U}) spoil(at, static_cast<uint32_t>(random()));
-    if (file.is_fixed() && !file.records.empty()) spoil(12, static_cast<uint32_t>(random()) >> 1);
+    for (const size_t at : {4U, 8U, 16U})
+        bytes = support::with(bytes, at, static_cast<int32_t>(random()));
+    if (file.is_fixed() && !file.records.empty())
+        bytes = support::with(bytes, 12, static_cast<int32_t>(random() & INT32_MAX));
     sim::set_bytes("data", bytes);
     d = tsrbdbh32("data", buffer.data());
     buffer.assign(longest_body, untouched);

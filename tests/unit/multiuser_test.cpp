@@ -60,24 +60,6 @@ TEST_F(MultiUser, SwitchingTheMode)
     }
 }
 
-TEST_F(MultiUser, WhichCodeWins)
-{
-    ASSERT_EQ(tsopend32("d"), 0);
-    for (const int32_t handle : {0, 1, -1}) {
-        EXPECT_EQ(tslockd32(handle), TS_DATA_LOCK_SINGLE_USER);
-        EXPECT_EQ(tsulckdr32(handle, 0), TS_RECORD_LOCK_SINGLE_USER);
-        EXPECT_EQ(tslocki32(handle, 0), TS_INDEX_LOCK_SINGLE_USER);
-    }
-    EXPECT_EQ(tsulalld32(0), TS_UNLOCK_ALL_SINGLE_USER);
-    EXPECT_EQ(tsulalld32(-1), TS_BAD_DATA_HANDLE);
-    EXPECT_EQ(tsulalli32(0, 0), TS_INDEX_NOT_OPEN);
-    ASSERT_EQ(tsclosed32(0), TS_OK);
-    open_twice();
-    EXPECT_EQ(tslockd32(9), TS_BAD_DATA_HANDLE);
-    EXPECT_EQ(tslockdr32(3, 1), TS_DATA_NOT_OPEN);
-    EXPECT_EQ(tslocki32(0, 0), TS_INDEX_NOT_OPEN);
-}
-
 TEST_F(MultiUser, ARecordLockNeedsARecordWithAPlaceInTheFile)
 {
     open_twice();
@@ -86,6 +68,7 @@ TEST_F(MultiUser, ARecordLockNeedsARecordWithAPlaceInTheFile)
     EXPECT_EQ(tsulckdr32(0, 2), TS_UNLOCK_NOT_HELD);
 
     sim::set_bytes("v", data_file(1, 0, -1, 40, frame("aaaa")));
+    EXPECT_EQ(tslockdr32(2, 1), TS_DATA_NOT_OPEN);
     ASSERT_EQ(tsopend32("v"), 2);
     for (const int32_t number : {0, 1}) EXPECT_EQ(tslockdr32(2, number), TS_NEEDS_FIXED_LENGTH);
     // Headers whose record has no place in a file, so that the offset must not be taken for "here".

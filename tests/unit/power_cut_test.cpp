@@ -13,7 +13,6 @@
 #include "tests/support/checked.h"
 #include "tests/support/library_fixture.h"
 #include "tests/support/settings.h"
-#include "tests/support/stored_records.h"
 
 #include <map>
 #include <random>
@@ -85,11 +84,9 @@ public:
 private:
     static void put(files& into, const sim::logged& told, size_t from, size_t bytes)
     {
-        std::string& file = into[told.file];
-        const size_t at = static_cast<size_t>(told.offset) + from;
         if (bytes == 0) return;
-        if (file.size() < at + bytes) file.resize(at + bytes);
-        file.replace(at, bytes, told.written, from, bytes);
+        overwrite(into[told.file], static_cast<size_t>(told.offset) + from,
+                  std::string_view(told.written).substr(from, bytes));
     }
 
     files flushed_;

@@ -107,7 +107,6 @@ TEST_F(Tree, SplitsLeaveTheseNodesAndTheCursorOnTheNewEntry)
         std::vector<int32_t> path;
         int32_t position;
     } cases[] = {
-        {{1, 2, 3, 4}, {"2216 l 1@100 2@200 3@300 4@400"}, {}, 3},
         {{1, 2, 3, 4, 5},
          {"2216 l 1@100 2@200 3@300", "2272 l 4@400 5@500", "2328 b >2216 3@300 >2272"},
          {2328},
@@ -121,11 +120,6 @@ TEST_F(Tree, SplitsLeaveTheseNodesAndTheCursorOnTheNewEntry)
          {"2216 l 7@500 7@400 7@300", "2272 l 7@200 7@100", "2328 b >2216 7@300 >2272"},
          {2328},
          0},
-        {ten_to_hundred,
-         {"2216 l 10@100 20@200 30@300", "2272 l 40@400 50@500 60@600",
-          "2328 b >2216 30@300 >2272 60@600 >2384", "2384 l 70@700 80@800 90@900 100@1000"},
-         {2328},
-         3},
         // A root with two separators is full; the way to the new entry leads through its right
         // half, and in the last case through the left one.
         {{10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110},
