@@ -4,12 +4,13 @@
 #include "tests/support/file_parts.h"
 #include "tests/support/temp_folder.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <string>
 #include <vector>
 
 using namespace tarsil::check;
 using namespace tarsil::support;
+using testing::ElementsAre;
 
 namespace {
 
@@ -119,13 +120,10 @@ TEST(DataCheck, CountsASoundFile)
     const bytes file = sound_data() + bytes(40, '\0');
     const data_report report = check_data(file);
     EXPECT_EQ(lines_of(report.findings), "");
-    EXPECT_EQ(report.records, 10);
-    EXPECT_EQ(report.deleted, 1);
-    EXPECT_EQ(report.body_bytes, 40);
-    EXPECT_EQ(report.walk_end, 156);
-    EXPECT_EQ(report.tail, tail_kind::zeros);
-    EXPECT_EQ(report.tail_bytes, 40);
-    EXPECT_TRUE(report.is_whole);
+    const int64_t told[] = {report.records, report.deleted, report.body_bytes, report.walk_end,
+                            report.tail_bytes};
+    EXPECT_THAT(told, ElementsAre(10, 1, 40, 156, 40));
+    EXPECT_TRUE(report.is_whole && report.tail == tail_kind::zeros);
 }
 
 TEST(DataCheck, FindsEachFault)
@@ -173,11 +171,8 @@ TEST(IndexCheck, CountsASoundFile)
     EXPECT_EQ(report.unreached_bytes, 100);
     ASSERT_EQ(report.keys.size(), 1U);
     const tarsil::check::key_report& key = report.keys[0];
-    EXPECT_EQ(key.depth, 3);
-    EXPECT_EQ(key.branches, 3);
-    EXPECT_EQ(key.leaves, 4);
-    EXPECT_EQ(key.entries, 10);
-    EXPECT_EQ(key.fill_percent(), 62);
+    const int64_t told[] = {key.depth, key.branches, key.leaves, key.entries, key.fill_percent()};
+    EXPECT_THAT(told, ElementsAre(3, 3, 4, 10, 62));
     EXPECT_TRUE(check_index(file, {}).is_sound());
 }
 

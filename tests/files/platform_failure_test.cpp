@@ -49,19 +49,6 @@ TEST(PlatformFiles, OnlyRegularFilesAreOpenedAndNoNameIsOverrun)
     EXPECT_FALSE(DeleteFileA(folder.file("link").c_str()));
 }
 
-TEST(PlatformFiles, NewFilesObeyTheUmaskAndStandWhereTheNameSays)
-{
-    const temp_folder folder;
-    expect_in_child({
-        {0, [&] { return chdir(folder.path().c_str()); }},
-        {true, [] { return umask(027), CloseHandle(create_file("here")); }},
-    });
-    struct stat facts = {};
-    ASSERT_EQ(stat(folder.file("here").c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 07777, 0640U);
-    EXPECT_EQ(names_in(folder.path()), 1U);
-}
-
 TEST(PlatformFiles, AFileThatCannotBeWrittenCanBeAskedForAndRead)
 {
     const temp_folder folder;
@@ -83,20 +70,25 @@ TEST(PlatformFiles, AFileThatCannotBeWrittenCanBeAskedForAndRead)
                     });
 }
 
-TEST(PlatformFiles, DescriptorsStayAboveTheStandardStreamsAndCloseOnExec)
+TEST(PlatformFiles, NewFilesStandWhereTheNameSaysObeyTheUmaskAndCloseOnExec)
 {
     const temp_folder folder;
-    const auto creates_well = [&](const char* name) {
-        create_file(folder.file(name));
-        const int descriptor = descriptor_of(folder.file(name));
+    const auto creates_well = [](const char* name) {
+        create_file(name);
+        const int descriptor = descriptor_of(name);
         const int flags = fcntl(descriptor, F_GETFD);
         return descriptor > 2 && flags >= 0 && (flags & FD_CLOEXEC) != 0;
     };
     expect_in_child({
-        {true, [&] { return creates_well("a"); }},
+        {0, [&] { return chdir(folder.path().c_str()); }},
+        {true, [&] { return umask(027), creates_well("a"); }},
         {0, [] { return close(0) + close(1) + close(2); }},
         {true, [&] { return creates_well("b"); }, "with all standard streams closed"},
     });
+    struct stat facts = {};
+    ASSERT_EQ(stat(folder.file("a").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777, 0640U);
+    EXPECT_EQ(names_in(folder.path()), 2U);
 }
 
 TEST(PlatformFiles, TheTableOfOpenFilesHasItsEndAndRecovers)

@@ -143,20 +143,6 @@ void judge(const run& done)
                   key.findings.count(check::invariant::I8));
 }
 
-// Once is enough: what the system has lost it doesn't tell of again.
-TEST(SystemFaults, AFailedFlushStaysFailed)
-{
-    for (const bool flushed_before : {false, true}) {
-        const temp_folder folder;
-        const auto file = create_file(folder.file("a"));
-        EXPECT_TRUE(!flushed_before || platform::FlushFileBuffers(file));
-        planned = {system_call::flush, 1, false, EIO, 0};
-        EXPECT_FALSE(platform::FlushFileBuffers(file));
-        EXPECT_FALSE(platform::FlushFileBuffers(file)) << "though the system would now succeed";
-        EXPECT_TRUE(platform::CloseHandle(file));
-    }
-}
-
 TEST(SystemFaults, EveryCallInEveryModeFails)
 {
     struct row {

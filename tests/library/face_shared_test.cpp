@@ -59,14 +59,13 @@ struct shared_files {
 
 class SharedFace : public testing::Test {
 protected:
-    void create(int32_t record_length, int32_t entries) const
+    void create(int32_t entries, int32_t record_length = sizeof(entry)) const
     {
         const result<library> started = library::start();
         const data_file file = *started->create(folder.file("shared.dat"), record_length);
         const index_file keys = *file.create_index(folder.file("shared.idx"), entry_keys());
         for (int32_t i = 1; i <= entries; ++i) ASSERT_TRUE(file.add(bytes_of(make_entry(i * 10))));
     }
-    void create(int32_t entries) const { create(sizeof(entry), entries); }
 
     support::temp_folder folder;
 };
@@ -192,7 +191,7 @@ TEST_F(SharedFace, LocksKeepOthersOutNestAndGoWithTheirScope)
 
 TEST_F(SharedFace, ReadsVariableRecordsThatOthersMakeLonger)
 {
-    create(TS_VARIABLE_LENGTH, 3);
+    create(3, TS_VARIABLE_LENGTH);
     child_process other([&](const child_line& line) {
         const shared_files files(folder);
         line.step([&] {

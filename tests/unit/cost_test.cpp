@@ -33,6 +33,13 @@ protected:
 
     static int32_t add(int32_t number) { return tsadd32(0, body(number).data(), 0, 'n'); }
 
+    static uint64_t reads_of_add(int32_t number)
+    {
+        sim::count_afresh();
+        EXPECT_EQ(add(number), TS_OK);
+        return sim::calls(sim::call::read);
+    }
+
     static void pay(const std::vector<priced>& list)
     {
         for (const priced& each : list) {
@@ -141,15 +148,11 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     ASSERT_EQ(tsmuser32('y'), TS_OK);
     create();
     const auto lock = [] { return tslockd32(0) + tslocki32(0, 0); };
-    const auto reads_of_add = [](int32_t number) {
-        sim::count_afresh();
-        EXPECT_EQ(add(number), TS_OK);
-        EXPECT_EQ(sim::calls(sim::call::lock) + sim::calls(sim::call::unlock), 0U);
-        return sim::calls(sim::call::read);
-    };
     ASSERT_EQ(lock(), 2);
     EXPECT_EQ(reads_of_add(35), 5U) << "header, key records, root, and the leaf twice";
+    EXPECT_EQ(sim::calls(sim::call::lock) + sim::calls(sim::call::unlock), 0U);
     EXPECT_EQ(reads_of_add(25), 2U);
+    EXPECT_EQ(sim::calls(sim::call::lock) + sim::calls(sim::call::unlock), 0U);
     EXPECT_LE(sim::calls(sim::call::write), 3U);
     EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
 
@@ -163,9 +166,7 @@ TEST_F(Cost, OfASeriesUnderLocksOfTheCaller)
     EXPECT_EQ(tsstatd32(0, told, told + 1, told + 2, told + 3, told + 4), TS_OK);
     EXPECT_EQ(told[0], 11);
     EXPECT_EQ(tsulockd32(0) + tsulocki32(0, 0), 0);
-    sim::count_afresh();
-    EXPECT_EQ(add(37), TS_OK);
-    EXPECT_EQ(sim::calls(sim::call::read), 9U) << "without locks all is read anew at each step";
+    EXPECT_EQ(reads_of_add(37), 9U) << "without locks all is read anew at each step";
 
     ASSERT_EQ(lock(), 2);
     for (const uint64_t reads : {6U, 4U}) {
@@ -184,15 +185,12 @@ TEST_F(Cost, OfReuseIsOneBlockAtATime)
     ASSERT_EQ(tsdeld32(0, 3), TS_OK);
     ASSERT_EQ(tsdeld32(0, 5), TS_OK);
     const size_t blocks = sim::live_blocks();
-    sim::count_afresh();
-    EXPECT_EQ(add(33), TS_OK); // and the next slot is looked for
+    reads_of_add(33); // and the next slot is looked for
     EXPECT_EQ(sim::calls(sim::call::allocate), 2U);
     sim::plan({.where = sim::only(sim::call::write)});
     EXPECT_LT(add(34), 0);
     EXPECT_EQ(sim::live_blocks(), blocks);
-    sim::count_afresh();
-    EXPECT_EQ(add(34), TS_OK);
-    EXPECT_EQ(sim::calls(sim::call::read), 6U) << "no other slot is looked for where none is left";
+    EXPECT_EQ(reads_of_add(34), 6U) << "no other slot is looked for where none is left";
 }
 
 } // namespace

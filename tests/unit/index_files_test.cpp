@@ -155,7 +155,6 @@ TEST_F(IndexFiles, ACloseEndsAnIndexOnceAndWithItsRanges)
 {
     start_over(mode::shared);
     ASSERT_EQ(create(small_keys()), 0);
-    EXPECT_EQ(tsopeni32(0, "data.tsd", nullptr), TS_BAD_MAGIC);
     char cursors[] = "yx";
     EXPECT_EQ(tsopeni32(0, name, cursors), TS_BAD_CURSOR_LETTER);
     EXPECT_EQ(data_slots[0].open_index_count, 1);
