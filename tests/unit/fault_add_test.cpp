@@ -155,19 +155,17 @@ protected:
     void sweep_shape(const shape& how)
     {
         how_ = &how;
-        workload work;
-        work.function = "tsadd32";
-        work.title = std::to_string(how.indexes) + " indexes of " + std::to_string(how.keys) +
-                     " keys, place " + std::to_string(static_cast<int>(how.taken)) + ", " +
-                     std::to_string(how.records) + " records";
-        work.build = [&how] { build(how); };
-        work.open = [this, &how] { open(how), before_ = data_slots[0]; };
-        work.call = [&how] {
+        const auto add = [&how] {
             const int32_t length = how.success == TS_RECORD_TOO_SHORT ? 0 : 13;
             return tsadd32(0, record_of(how.number).c_str(), length, how.duplicates);
         };
-        work.success = how.success;
-        work.allowed = leaves::keys_behind;
+        const std::string title = std::to_string(how.indexes) + " indexes of " +
+                                  std::to_string(how.keys) + " keys, place " +
+                                  std::to_string(static_cast<int>(how.taken)) + ", " +
+                                  std::to_string(how.records) + " records";
+        const auto open_all = [this, &how] { open(how), before_ = data_slots[0]; };
+        const workload work = {"tsadd32", title,       [&how] { build(how); }, open_all,
+                               add,       how.success, leaves::keys_behind};
         for (const mode each : all_modes) {
             if (!HasFailure()) sweep_workload(work, each);
         }

@@ -127,22 +127,16 @@ void life::mark()
     const std::string value = name.of == nullptr ? "" : some_value(*name.of);
     name.value = &value;
     const bool as_deleted = make.happens(60);
-    const auto [index, number, of] = chosen;
-    int32_t code = 0;
-    switch (name.how) {
-    case form::number:
-        code = as_deleted ? tsdeld32(d, name.number) : tsundeld32(d, name.number);
-        break;
-    case form::current: code = as_deleted ? tsdelcd32(d) : tsudelcd32(d); break;
-    case form::value:
-        code = as_deleted ? tsdeli32(d, index, number, value.data())
-                          : tsundeli32(d, index, number, value.data());
-        break;
-    case form::cursor:
-        code = as_deleted ? tsdelci32(d, index, number) : tsudelci32(d, index, number);
-        break;
-    }
-    given(code);
+    const auto call = [&](auto by_number, auto at_current, auto by_value, auto at_cursor) {
+        switch (name.how) {
+        case form::number: return by_number(d, name.number);
+        case form::current: return at_current(d);
+        case form::value: return by_value(d, chosen.index_handle, chosen.number, value.data());
+        default: return at_cursor(d, chosen.index_handle, chosen.number);
+        }
+    };
+    const int32_t code = given(as_deleted ? call(tsdeld32, tsdelcd32, tsdeli32, tsdelci32)
+                                          : call(tsundeld32, tsudelcd32, tsundeli32, tsudelci32));
     same(file.mark(name, as_deleted), code, "the code");
 }
 
@@ -169,23 +163,20 @@ void life::update()
     for (index_file& index : indexes)
         if (index.handle < 0) index.complete = false;
     int32_t deleted = -1;
-    int32_t code = 0;
     char* const scratch = buffer.data();
-    const auto [index, number, of] = chosen;
+    const int32_t index = chosen.index_handle;
+    const int32_t number = chosen.number;
     const void* bytes = body.data();
-    switch (name.how) {
-    case form::number:
-        code = tsupd32(d, name.number, bytes, length, &deleted, scratch, mode);
-        break;
-    case form::current: code = tsupcd32(d, bytes, length, &deleted, scratch, mode); break;
-    case form::value:
-        code = tsupi32(d, index, number, value.data(), bytes, length, &deleted, scratch, mode);
-        break;
-    case form::cursor:
-        code = tsupci32(d, index, number, bytes, length, &deleted, scratch, mode);
-        break;
-    }
-    given(code);
+    const auto call = [&] {
+        switch (name.how) {
+        case form::number: return tsupd32(d, name.number, bytes, length, &deleted, scratch, mode);
+        case form::current: return tsupcd32(d, bytes, length, &deleted, scratch, mode);
+        case form::value:
+            return tsupi32(d, index, number, value.data(), bytes, length, &deleted, scratch, mode);
+        default: return tsupci32(d, index, number, bytes, length, &deleted, scratch, mode);
+        }
+    };
+    const int32_t code = given(call());
     const int32_t count_before = file.count();
     std::vector<bool> marks;
     for (const record& each : file.records) marks.push_back(each.deleted);
