@@ -364,17 +364,15 @@ TEST_F(Platform, AFileIsRemovedOnlyWhileNobodyHasItOpen)
 TEST_P(PlatformTransfers, ZeroedRangesReadAsZerosAndNothingElseChanges)
 {
     const std::string content(100000, 'x');
-    struct row {
-        int32_t offset;
-        int32_t length;
+    const struct {
+        int32_t offset, length;
         bool granted;
-    };
-    const row rows[] = {{5, 10, true},      {4095, 40000, true}, {99999, 1, true},
-                        {0, 100000, true},  {100000, 0, true},   {50, 0, true},
-                        {99999, 2, false},  {100000, 1, false},  {-1, 5, false},
-                        {5, -1, false},     {200000, 5, false},  {5, max_file_bytes, false},
-                        {INT_MIN, 0, false}};
-    for (const row& r : rows) {
+    } rows[] = {{5, 10, true},      {4095, 40000, true}, {99999, 1, true},
+                {0, 100000, true},  {100000, 0, true},   {50, 0, true},
+                {99999, 2, false},  {100000, 1, false},  {-1, 5, false},
+                {5, -1, false},     {200000, 5, false},  {5, max_file_bytes, false},
+                {INT_MIN, 0, false}};
+    for (const auto& r : rows) {
         SCOPED_TRACE(testing::Message() << r.offset << ", " << r.length);
         const file_handle file = file_of("a", content, GetParam());
         SetFilePointer(file, 7, origin::begin);

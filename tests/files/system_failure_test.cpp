@@ -145,12 +145,11 @@ void judge(const run& done)
 
 TEST(SystemFaults, EveryCallInEveryModeFails)
 {
-    struct row {
+    const struct {
         system_call kind;
         int error; // 0: half a transfer
         bool shows;
-    };
-    const row rows[] = {
+    } rows[] = {
         {system_call::read, EINTR, false}, {system_call::read, 0, false},
         {system_call::read, EIO, true},    {system_call::write, EINTR, false},
         {system_call::write, 0, false},    {system_call::write, ENOSPC, true},
@@ -172,7 +171,7 @@ TEST(SystemFaults, EveryCallInEveryModeFails)
         ASSERT_EQ(whole.code, TS_OK);
         const size_t descriptors = names_in("/proc/self/fd");
         for (size_t i = 0; i < std::size(rows); ++i) {
-            const row& r = rows[i];
+            const auto& r = rows[i];
             for (const bool for_good : {false, true}) {
                 if (for_good && !r.shows && r.error != 0 && r.kind != system_call::map) continue;
                 for (uint64_t n = 1; !HasFailure(); n += n == 1 ? 1 + turn++ % every : every) {

@@ -168,19 +168,6 @@ TEST_F(DataFiles, ReadsOfACurrentRecordThatIsNotThere)
     }
 }
 
-TEST_F(DataFiles, OnlyASmallDMarksADeletedRecord)
-{
-    sim::set_bytes(
-        "d", data_file(3, 1, 4, 64, frame("aaaa", '?') + frame("bbbb", 'd') + frame("cccc", 'D')));
-    ASSERT_EQ(tsopend32("d"), 0);
-    for (const int32_t number : {1, 2, 3}) {
-        char body[4];
-        int32_t deleted = -1;
-        EXPECT_EQ(tsgetd32(0, number, body, &deleted), TS_OK);
-        EXPECT_EQ(deleted, number == 2 ? 1 : 0);
-    }
-}
-
 // 0.0 and -0.0 are one value. What else counts as a change is the affair of model_test.cpp, too.
 TEST_F(DataFiles, TheBytesOfAKeyFieldCountAndNotItsValue)
 {
@@ -263,6 +250,7 @@ TEST_F(DataFiles, ARebuildMakesTheHeaderFromTheRecords)
         {data_file(-1, -1, 7, INT32_MIN, two), 2, 1, 4, 52},
         {data_file(0, 0, -1, 0, two), 2, 1, -1, 52},
         {data_file(0, 0, 4, 0, two + frame("ccccc")), 3, 1, -1, 65},
+        {data_file(0, 0, 4, 0, two + frame("cccc", '?') + frame("dddd", 'D')), 4, 1, 4, 76},
         {data_file(0, 0, INT32_MAX, 0), 0, 0, INT32_MAX, 28},
         {data_file(5, 5, -2, 0), 0, 0, -1, 28},
         // What a purge leaves behind the records ends the scan, however short it has become.

@@ -9,12 +9,10 @@ namespace {
 
 TEST(Text, StepsByFlag)
 {
-    struct row {
+    const struct {
         int32_t flags;
-        const char* source;
-        const char* result;
-    };
-    const row rows[] = {
+        const char *source, *result;
+    } rows[] = {
         {0, " aB1 ", " aB1 "},
         {1, " a b ", "ab"},
         {1, "\ta b", "\tab"},
@@ -47,7 +45,7 @@ TEST(Text, StepsByFlag)
         {-1, " a ", " a "},
         {INT32_MIN, " a ", " a "},
     };
-    for (const row& r : rows) {
+    for (const auto& r : rows) {
         SCOPED_TRACE(std::to_string(r.flags) + " on '" + r.source + "'");
         std::vector<char> destination(std::string(r.source).size() + 1, '#');
         tsstrcvt32(destination.data(), r.source, r.flags);

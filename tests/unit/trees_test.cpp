@@ -97,7 +97,11 @@ template <class Deed> std::vector<int64_t> transfers_of(const Deed& deed)
 
 const std::vector<int32_t> ten_to_hundred = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100};
 
-using Tree = support::Library;
+struct Tree : support::Library {
+    char record[4];
+    int32_t deleted = 0;
+    int32_t number = 0;
+};
 
 TEST_F(Tree, SplitsLeaveTheseNodesAndTheCursorOnTheNewEntry)
 {
@@ -255,9 +259,6 @@ TEST_F(Tree, InMultiUserModeNewNodesGoBehindThoseOfOthers)
 // A search that ends in a branch leaves the cursor in no leaf; its links lead to no records.
 TEST_F(Tree, ACursorStandsOnRecordsAlone)
 {
-    char record[4];
-    int32_t deleted = 0;
-    int32_t number = 0;
     create(2);
     for (int32_t value = 1; value < 15; ++value) ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
     ASSERT_EQ(tsgetfi32(0, 0, 0, record, &deleted), TS_OK);
@@ -309,9 +310,6 @@ TEST_F(Tree, ACursorTellsAChangedFileOnce)
     create(2);
     const int32_t value = 1;
     ASSERT_EQ(tsadd32(0, &value, 4, 'n'), TS_OK);
-    char record[4];
-    int32_t deleted = 0;
-    int32_t number = 0;
     const auto current = [&] { return tsgetci32(0, 0, 0, record, &deleted); };
     const std::function<int32_t()> calls[] = {
         current,
