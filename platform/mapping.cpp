@@ -314,11 +314,13 @@ void map_file(open_file& entry)
 
 namespace {
 
-// Stores don't change the time of a file as transfers do; backups and builds go by it.
+// Stores don't change the time of a file as transfers do; backups and builds go by it. Who isn't
+// its owner may set both times or none.
 void tell_time_of_change(const open_file& entry)
 {
     const timespec times[2] = {{0, UTIME_OMIT}, {0, UTIME_NOW}};
-    static_cast<void>(!futimens(entry.descriptor, times));
+    if (futimens(entry.descriptor, times) != 0)
+        static_cast<void>(!futimens(entry.descriptor, nullptr));
 }
 
 } // namespace

@@ -69,8 +69,9 @@ int64_t lengthen_first(open_file& entry, uint32_t bytes)
 {
     const int64_t end = int64_t{entry.position} + bytes;
     if (!entry.is_alone || !crosses_page(entry.position, end)) return -1;
-    const int64_t size = file_size(entry);
-    if (size < 0 || end <= size) return -1;
+    const int64_t shown = file_size(entry);
+    const int64_t size = std::max<int64_t>(shown, entry.view.allocated);
+    if (shown < 0 || end <= size) return -1;
     return ftruncate(entry.descriptor, end) == 0 ? size : -1;
 }
 

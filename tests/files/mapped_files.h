@@ -67,8 +67,20 @@ protected:
         const auto kind = static_cast<uint32_t>(facts.f_type);
         const bool is_sound = kind == EXT4_SUPER_MAGIC || kind == XFS_SUPER_MAGIC ||
                               kind == TMPFS_MAGIC;
-        if (!is_sound) setenv("TMPDIR", "/dev/shm", 1);
+        if (is_sound) return;
+        const char* const before = std::getenv("TMPDIR");
+        folder_before = before != nullptr ? before : "/tmp";
+        setenv("TMPDIR", "/dev/shm", 1);
     }
+
+    static void TearDownTestSuite()
+    {
+        if (!folder_before.empty()) setenv("TMPDIR", folder_before.c_str(), 1);
+        folder_before.clear();
+    }
+
+private:
+    static inline std::string folder_before;
 };
 
 inline constexpr size_t page = 4096;
@@ -76,10 +88,8 @@ inline constexpr size_t large = 1 << 21; // a file that grows ahead, and ends wh
 inline constexpr share alone = share::none;
 inline constexpr share shared = share::read_write;
 
-// Not where the program stands, so that a name without its folder would lead elsewhere.
 class counted_calls : public mapped_files {
 protected:
-    static void SetUpTestSuite() { setenv("TMPDIR", "/dev/shm", 1); }
     ~counted_calls() override
     {
         planned = {};

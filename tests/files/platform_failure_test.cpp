@@ -57,15 +57,12 @@ TEST(PlatformFiles, AFileThatCannotBeWrittenCanBeAskedForAndRead)
     ASSERT_EQ(chmod(name.c_str(), 0444), 0);
     ASSERT_EQ(chmod(folder.path().c_str(), 0755), 0);
     constexpr uid_t nobody = 65534;
-    expect_in_child([] { return geteuid() != 0 || setuid(nobody) == 0; },
+    const bool is_own = geteuid() != 0;
+    expect_in_child([&] { return is_own || setuid(nobody) == 0; },
                     {
                         {false, [&] { return can_open(name); }},
                         {true, [&] { return can_open(name, share::none, access::read_only); }},
-                        {no_file,
-                         [&] {
-                             const bool is_own = geteuid() != nobody;
-                             return is_own ? no_file : create_file(folder.file("b"));
-                         },
+                        {no_file, [&] { return is_own ? no_file : create_file(folder.file("b")); },
                          "in a folder that is another's"},
                     });
 }
@@ -93,19 +90,33 @@ TEST(PlatformFiles, NewFilesStandWhereTheNameSaysObeyTheUmaskAndCloseOnExec)
 
 TEST(PlatformFiles, TheTableOfOpenFilesHasItsEndAndRecovers)
 {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < 300) GTEST_SKIP() << "no process may open so many files here";
     const temp_folder folder;
     const std::string name = folder.file("a");
     std::vector<file_handle> files = {create_file(name)};
     while (files.back() != no_file && files.size() < 1000) files.push_back(open_file(name));
     files.pop_back();
-    EXPECT_EQ(files.size(), 256U);
+    ASSERT_EQ(files.size(), 256U);
     EXPECT_TRUE(CloseHandle(files[100]));
     EXPECT_EQ(open_file(name), files[100]);
     for (const file_handle file : files) EXPECT_TRUE(CloseHandle(file));
     EXPECT_EQ(descriptor_of(name), -1);
 }
 
-TEST(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
+struct PlatformLimits : testing::Test {
+    void SetUp() override
+    {
+        rlimit limit = {};
+        getrlimit(RLIMIT_FSIZE, &limit);
+        if (limit.rlim_cur != RLIM_INFINITY) GTEST_SKIP() << "there is another limit";
+    }
+};
+
+TEST_F(PlatformLimits, TheLastByteOfTheLargestFileCanBeWritten)
 {
     for (const share mode : {share::none, share::read_write}) {
         const temp_folder folder;
@@ -161,7 +172,7 @@ void meet_size_limit(uint32_t bytes, share mode, care wanted)
     });
 }
 
-TEST(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
+TEST_F(PlatformLimits, AFileSizeLimitIsARefusalAndNoSignal)
 {
     for (const uint32_t bytes : {4096U, 2'100'500U}) {
         meet_size_limit(bytes, share::none, care::from_back);

@@ -76,11 +76,27 @@ int64_t append(file_handle& file, const std::string&)
     return put_at(file, large, std::string(100, 'p'), care::not_counted_yet);
 }
 
+int64_t append_within_page(file_handle& file, const std::string& name)
+{
+    const bool done = put_at(file, large + 100, std::string(100, 'p'), care::not_counted_yet);
+    return done && file_bytes(name).substr(large + 100) == std::string(100, 'p');
+}
+
 int64_t append_alone(file_handle& file, const std::string& name)
 {
     const bool done = put_at(file, large, std::string(100, 'p'));
     EXPECT_TRUE(CloseHandle(std::exchange(file, no_file)));
     return done && std::filesystem::file_size(name) == large + 100;
+}
+
+// Far behind what has been made ready; and then what fits into that.
+int64_t append_much(file_handle& file, const std::string& name)
+{
+    const bool done = put_at(file, large + 100, std::string(600'000, 'p'));
+    EXPECT_TRUE(put_at(file, large + 100, std::string(100, 'q')));
+    EXPECT_TRUE(CloseHandle(std::exchange(file, no_file)));
+    EXPECT_EQ(file_bytes(name).substr(large + 100), std::string(100, 'q'));
+    return done;
 }
 
 int64_t clear_front(file_handle& file, const std::string&) { return ZeroFileRange(file, 0, 10); }
@@ -122,6 +138,7 @@ const failed_call failed_calls[] = {
     {close_it, alone, large + 100, {kind::cut, 1, false, EINTR}, true, "fttTlc", "lc"},
     {close_it, alone, large + 100, {kind::cut, 1, false, EIO}, !is_built_to_map, "ftTlc", "lc"},
     {close_it, alone, large + 100, {kind::facts, 1, false, EIO}, true, "fTlc", "lc"},
+    {close_it, alone, large + 100, {kind::time, 1, false, EPERM}, true, "ftTTlc", "lc"},
     {flush_thrice, alone, 1000, {kind::flush, 1, false, EIO}, 0, "s", "s"},
     {flush_thrice, alone, 1000, {kind::flush, 3, false, EIO}, 1, "s/oscs", "s/oscs"},
     {flush, alone, 1000, {kind::flush, 2, false, EINVAL}, true, "s/oscS", "s/oscS"},
@@ -135,11 +152,19 @@ const failed_call failed_calls[] = {
     {across, alone, page - 5, {kind::room, 1, true, ENOSPC}, true, "afftw", "ftw"},
     {far_out, alone, 1000, {kind::write, 1, true, ENOSPC}, false, "wf", "wrr"},
     {append, shared, large, {kind::write, 1, false, ENOSPC}, is_built_to_map, "fLww", "w"},
+    {append_within_page,
+     shared,
+     large + 100,
+     {kind::write, 1, false, ENOSPC},
+     is_built_to_map,
+     "fLww",
+     "w"},
     {append, shared, large, {kind::facts, 1, false, EIO}, true, "fw", "w"},
     {append, shared, large, {kind::facts, 2, false, EIO}, true, "fLwfw", "w"},
     {append_alone, alone, large, {kind::room, 1, false, ENOSPC}, true, "LafwTlc", "wlc"},
     {append_alone, alone, large, {kind::room, 1, false, 0}, true, "LafftTlc", "wlc"},
     {append_alone, alone, large, {kind::limit, 1, true, EPERM}, true, "LawftTlc", "wlc"},
+    {append_much, alone, large + 100, {kind::write, 1, false, EIO}, false, "ftwtftTlc", "ftwtwlc"},
     {clear_front, shared, 1000, {kind::facts, 1, true, EIO}, false, "ff", "f"},
     // The file is cut behind our back, after its size was asked for.
     {read_on, shared, 1000, {kind::facts, 1, false, 0}, true, "ffrr", "rr"},
