@@ -260,15 +260,17 @@ bool WriteFile(file_handle file, const void* buffer, uint32_t bytes, uint32_t& m
 
 const uint8_t* LookAtFile(file_handle file, uint32_t bytes)
 {
-    const auto reaches = [&](const open_entry* entry) {
-        return entry != nullptr && bytes > 0 && int64_t{entry->position} + bytes <= size_of(*entry);
+    const auto entry_that_reaches = [&]() -> const open_entry* {
+        const open_entry* const entry = find_open(file);
+        if (entry == nullptr || bytes == 0) return nullptr;
+        return int64_t{entry->position} + bytes <= size_of(*entry) ? entry : nullptr;
     };
-    if (!world.looks_are_offered || fails_next(call::read) || !reaches(find_open(file)))
+    if (!world.looks_are_offered || fails_next(call::read) || entry_that_reaches() == nullptr)
         return nullptr;
-    begin(call::read);
-    const open_entry* const entry = find_open(file);
+    begin(call::read); // when somebody may cut it
+    const open_entry* const entry = entry_that_reaches();
+    if (entry == nullptr) return nullptr;
     end(call::read, entry, entry->position, bytes, true);
-    if (!reaches(entry)) return nullptr;
     return reinterpret_cast<const uint8_t*>(entry->file->content.data()) + entry->position;
 }
 

@@ -358,9 +358,10 @@ struct judge {
         return at_start ? int32_t{TS_PREVIOUS_ENTRY_LOST} : 0;
     }
 
-    // That walk begins behind the brackets of the step. In single-user mode there are none: the
-    // trees have two levels here, and with the root in memory it reads one leaf. It ends with the
-    // first record that is read, and what comes behind tells codes of its own again.
+    // That walk begins behind the brackets of the step. In single-user mode there are none: with
+    // the root in memory, it reads a node of each further level, as a search before it has done,
+    // and the climb one less. It ends with the first record that is read, and what comes behind
+    // tells codes of its own again.
     bool is_in_walk_back(size_t at) const
     {
         const auto gives_back = [this](const fault_site& site) {
@@ -372,14 +373,20 @@ struct judge {
         });
         size_t end = body + 1;
         while (end < all.size() && gives_back(all[end])) ++end;
-        size_t leaf = body;
-        while (all[leaf].what != step::transfer || is_data(all[leaf].call.file)) --leaf;
-        const size_t begin =
-            shared ? 1 + last([&](const fault_site& site) {
-                         return gives_back(site) && is_bracket(all[site.range].call);
-                     })
-                   : first([&](const fault_site& site) { return site.transfer == leaf; });
-        return at >= begin && at < end;
+        if (shared) {
+            const size_t bracket = last([&](const fault_site& site) {
+                return gives_back(site) && is_bracket(all[site.range].call);
+            });
+            return at > bracket && at < end;
+        }
+        std::vector<size_t> nodes;
+        for (size_t i = 0; i < body; ++i) {
+            if (all[i].what == step::transfer && !is_data(all[i].call.file)) nodes.push_back(i);
+        }
+        const size_t levels = (nodes.size() + 1) / (function == "tsgetipp32" ? 3 : 2);
+        const size_t begin = nodes[nodes.size() - levels];
+        return at >= first([&](const fault_site& site) { return site.transfer == begin; }) &&
+               at < end;
     }
 
     // A failed write of a mark doesn't stop the operation. Where the flush has let the header

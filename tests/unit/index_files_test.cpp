@@ -96,8 +96,8 @@ TEST_F(IndexFiles, WithoutAnOrderANodeHasItsUsualSize)
         {16, 256, 4, 16664},
     };
     for (const auto& each : cases) {
-        std::vector<key_part> fields(each.fields, {'s', 256, 0});
-        fields.back().length = each.last;
+        std::vector<key_part> fields(each.fields - 1, {'s', 256, 0});
+        fields.push_back({'s', each.last, 0});
         std::vector<key_definition> keys = {define_key(0, fields, 'Y')};
         ASSERT_EQ(tscrind32(0, name, 1, keys.data()), 0);
         EXPECT_EQ(keys[0].order, each.max_entries);
