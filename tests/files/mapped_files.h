@@ -67,17 +67,10 @@ protected:
         const auto kind = static_cast<uint32_t>(facts.f_type);
         const bool is_sound = kind == EXT4_SUPER_MAGIC || kind == XFS_SUPER_MAGIC ||
                               kind == TMPFS_MAGIC;
-        if (is_sound) return;
-        const char* const before = std::getenv("TMPDIR");
-        folder_before = before != nullptr ? before : "/tmp";
-        setenv("TMPDIR", "/dev/shm", 1);
+        folder_before = std::filesystem::temp_directory_path();
+        if (!is_sound) setenv("TMPDIR", "/dev/shm", 1);
     }
-
-    static void TearDownTestSuite()
-    {
-        if (!folder_before.empty()) setenv("TMPDIR", folder_before.c_str(), 1);
-        folder_before.clear();
-    }
+    static void TearDownTestSuite() { setenv("TMPDIR", folder_before.c_str(), 1); }
 
 private:
     static inline std::string folder_before;

@@ -3,7 +3,6 @@
 #include "tests/files/mapped_files.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <functional>
 #include <linux/magic.h>
 #include <unistd.h>

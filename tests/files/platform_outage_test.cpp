@@ -76,7 +76,8 @@ int64_t append(file_handle& file, const std::string&)
     return put_at(file, large, std::string(100, 'p'), care::not_counted_yet);
 }
 
-int64_t append_within_page(file_handle& file, const std::string& name)
+// Within the page that the file ends in.
+int64_t append_on(file_handle& file, const std::string& name)
 {
     const bool done = put_at(file, large + 100, std::string(100, 'p'), care::not_counted_yet);
     return done && file_bytes(name).substr(large + 100) == std::string(100, 'p');
@@ -152,13 +153,7 @@ const failed_call failed_calls[] = {
     {across, alone, page - 5, {kind::room, 1, true, ENOSPC}, true, "afftw", "ftw"},
     {far_out, alone, 1000, {kind::write, 1, true, ENOSPC}, false, "wf", "wrr"},
     {append, shared, large, {kind::write, 1, false, ENOSPC}, is_built_to_map, "fLww", "w"},
-    {append_within_page,
-     shared,
-     large + 100,
-     {kind::write, 1, false, ENOSPC},
-     is_built_to_map,
-     "fLww",
-     "w"},
+    {append_on, shared, large + 100, {kind::write, 1, false, ENOSPC}, is_built_to_map, "fLww", "w"},
     {append, shared, large, {kind::facts, 1, false, EIO}, true, "fw", "w"},
     {append, shared, large, {kind::facts, 2, false, EIO}, true, "fLwfw", "w"},
     {append_alone, alone, large, {kind::room, 1, false, ENOSPC}, true, "LafwTlc", "wlc"},

@@ -13,7 +13,6 @@
 #include "tests/support/settings.h"
 #include "tests/support/temp_folder.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>

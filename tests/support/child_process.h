@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
@@ -136,7 +137,8 @@ private:
         int code = 0;
         try {
             body(line());
-        } catch (...) {
+        } catch (const std::exception& why) {
+            std::fprintf(stderr, "another process: %s\n", why.what());
             code = 3;
         }
         if (__gcov_dump != nullptr) store_counters();

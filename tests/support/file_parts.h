@@ -5,7 +5,6 @@
 
 #include "tarsil32.h"
 
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>

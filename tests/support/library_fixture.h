@@ -14,8 +14,6 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
 namespace tarsil::support {
 

@@ -13,7 +13,6 @@
 #include "tests/support/settings.h"
 
 #include <gtest/gtest.h>
-#include <map>
 
 namespace tarsil::model {
 

@@ -6,7 +6,6 @@
 
 #include <climits>
 #include <cstring>
-#include <vector>
 
 using namespace tarsil;
 using namespace tarsil::support;
