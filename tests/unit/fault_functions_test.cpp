@@ -335,6 +335,8 @@ const row rows[] = {
     {"tssetd2i32", "", indexed, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
     {"tssetd2i32", "variable", variable, on_live, [] { return tssetd2i32(0, 0, 0, told); }},
     {"tsseti2d32", "", indexed, on_live, [] { return tsseti2d32(0, 0, 0, body, body + 32, told); }},
+    {"tsseti2d32", "in new files", none, [] { create_data(), create_index(tscrind32); },
+     [] { return tsseti2d32(0, 0, 0, body, body + 32, told); }, TS_NO_CURRENT_RECORD},
 
     // Ranges of the caller.
     {"tslockd32", "", plain, ready, in_shared_mode<lock_data, 1>, 1},
