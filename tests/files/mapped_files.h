@@ -72,7 +72,6 @@ protected:
     }
     static void TearDownTestSuite() { setenv("TMPDIR", folder_before.c_str(), 1); }
 
-private:
     static inline std::string folder_before;
 };
 

@@ -141,7 +141,7 @@ const failed_call failed_calls[] = {
     {close_it, alone, large + 100, {kind::facts, 1, false, EIO}, true, "fTlc", "lc"},
     {close_it, alone, large + 100, {kind::time, 1, false, EPERM}, true, "ftTTlc", "lc"},
     {flush_thrice, alone, 1000, {kind::flush, 1, false, EIO}, 0, "s", "s"},
-    {flush_thrice, alone, 1000, {kind::flush, 3, false, EIO}, 1, "s/oscs", "s/oscs"},
+    {flush_thrice, alone, 1000, {kind::sync, 1, false, EIO}, 1, "s/oscy", "s/oscy"},
     {flush, alone, 1000, {kind::flush, 2, false, EINVAL}, true, "s/oscS", "s/oscS"},
     {flush, alone, 1000, {kind::flush, 2, false, EIO}, false, "s/osc", "s/osc"},
     {flush, alone, 1000, {kind::open, 1, false, EACCES}, true, "s/oS", "s/oS"},

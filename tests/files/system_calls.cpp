@@ -92,7 +92,7 @@ int close(int file) { return call(system_call::close, SYS_close, file); }
 
 int fsync(int file) { return call(system_call::flush, SYS_fsync, file); }
 
-int fdatasync(int file) { return call(system_call::flush, SYS_fdatasync, file); }
+int fdatasync(int file) { return call(system_call::sync, SYS_fdatasync, file); }
 
 int syncfs(int file) noexcept { return call(system_call::flush_all, SYS_syncfs, file); }
 

@@ -16,6 +16,7 @@ enum class system_call : char {
     lock = 'l',
     question = 'q', // whether a lock could be had
     flush = 's',
+    sync = 'y', // without the facts that don't matter for reading it
     flush_all = 'S',
     facts = 'f',
     by_name = 'n', // the facts of a name

@@ -157,7 +157,8 @@ TEST(SystemFaults, EveryCallInEveryModeFails)
         {system_call::facts, EIO, true},   {system_call::open, EINTR, false},
         {system_call::open, EMFILE, true}, {system_call::link, EIO, true},
         {system_call::map, ENOMEM, false}, {system_call::room, ENOSPC, true},
-        {system_call::cut, EIO, true},
+        {system_call::cut, EIO, true},     {system_call::sync, EIO, true},
+        {system_call::sync, EINTR, false},
     };
     const uint64_t every = setting("TARSIL32_FAULT_ROUNDS", 0) > 0 ? 1 : 23;
     std::array<long long, std::size(rows)> failures = {};

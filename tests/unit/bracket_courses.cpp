@@ -7,7 +7,6 @@ namespace {
 
 using sim::call;
 
-// A workload by its function and title.
 const struct {
     const char* course;
     std::set<std::string> of;
