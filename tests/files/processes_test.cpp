@@ -194,8 +194,7 @@ protected:
         must(tsclosed32(0), "close");
     }
 
-    // Until all have answered. A file that has just been made is empty; one that is being removed
-    // can't be opened.
+    // Until all have answered. A new file is empty at first; one being removed can't be opened.
     void open_meanwhile(const build_case& in)
     {
         open_and_wait(in, builders);

@@ -351,7 +351,8 @@ void party::change_one(int32_t route, int32_t verb, int32_t number)
     agreed.book->of(before) = verb == remove_it ? -version : version;
 }
 
-// A record lock is enough for what changes no key, also beside those that lock the whole file.
+// A record lock is enough for what changes no key, also beside those that lock the whole file; but
+// an undelete with reuse on looks for another place when it is done, and can be refused there.
 void party::change()
 {
     const auto route = static_cast<int32_t>(random() % route_count);
@@ -359,7 +360,7 @@ void party::change()
     const int32_t verb = chance < 6 ? remove_it : chance < 7 ? restore_it : rewrite_it;
     const int32_t number = route == by_number ? some_number() : 0;
     const auto deed = [&] { change_one(route, verb, number); };
-    if (agreed.fixed && route == by_number && random() % 2 == 0)
+    if (agreed.fixed && route == by_number && !(reuse && verb == restore_it) && random() % 2 == 0)
         with_record_locked(number, deed);
     else
         as_one_step(deed);

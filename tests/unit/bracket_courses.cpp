@@ -5,8 +5,6 @@
 namespace tarsil::support {
 namespace {
 
-using sim::call;
-
 const struct {
     const char* course;
     std::set<std::string> of;
@@ -57,17 +55,17 @@ std::string course_of(const std::vector<fault_site>& sites)
     std::string course;
     for (const fault_site& site : sites) {
         const sim::logged& met = site.call;
-        const bool places = met.kind == call::lock;
-        if (places || met.kind == call::unlock) {
+        const bool places = met.kind == sim::call::lock;
+        if (places || met.kind == sim::call::unlock) {
             if (!is_bracket(met)) continue;
             const char file = met.file == "i0" ? 'A' : met.file == "i1" ? 'B' : 'J';
             const char letter = is_header_bracket(met) ? 'H' : is_data(met.file) ? 'D' : file;
             course += places ? letter : static_cast<char>(letter - 'A' + 'a');
-        } else if (met.kind == call::write) {
+        } else if (met.kind == sim::call::write) {
             if (course.ends_with('r')) course.pop_back();
             if (!course.ends_with('w')) course += 'w';
-        } else if (met.kind == call::read && !course.ends_with('r') && !course.ends_with('w')) {
-            course += 'r';
+        } else if (met.kind == sim::call::read && !course.ends_with('w')) {
+            if (!course.ends_with('r')) course += 'r';
         }
     }
     return course;
